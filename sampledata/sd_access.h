@@ -1,0 +1,163 @@
+// SDAccess: the behaviour of one sample node, from its records to its files.
+//
+// One folder of the sample folder belongs to the node; in it, per quality class, a raw copy of an
+// imported sound file and its encoded form (.esmp). Files of a state are never changed: a change
+// writes all of them into a new folder, and the setup node's lists decide when old ones go.
+#ifndef SAMPLEDATA_SD_ACCESS_H_
+#define SAMPLEDATA_SD_ACCESS_H_
+
+#include "PublicIncludes/kelvo_tarvanesampledata.h"
+#include "audio/audio.h"
+#include "sampledata/sd_intern.h"
+
+class PGISampleDataBaseInterface;
+class SDSetup;
+
+class SDAccess final : public SDTarvaneAccessInterface {
+ public:
+  SDAccess() = default;
+  // Outside a shutdown of the database the node's files are marked for deletion.
+  ~SDAccess();
+  SDAccess(const SDAccess&) = delete;
+  SDAccess& operator=(const SDAccess&) = delete;
+
+  bool Init(HDBBaseNodeInterface* _baseNode, bool& signularTypeDublicated) override;
+  bool Copy(const HDBBaseNodeInterface* node) override;
+  bool Load(DIOFile* file, const qz::string* name) override;
+  bool Save(DIOFile* file, const qz::string* name) const override;
+  bool DoUndo(HDBUndoInfo* info) override;
+  bool DiscardUndoInfo(HDBUndoInfo* info) const override;
+  bool GatherDeleteInfo(HDBUndoInfo* info) override;
+  bool GetLastError(qz::string& text, ulong& code) const override;
+  bool Move(HDBBaseNodeInterface* node, HDBBaseNodeInterface* newParent) override;
+  bool Rename(HDBBaseNodeInterface* node, const qz::string& oldname) override;
+  bool ParentHasBeenRenamed() override;
+  HDBIDType GetRefType() const override;
+
+  qz::string GetTargetPlatform() const override;
+  std::list<qz::string> EnumerateSampleFormats() const override;
+  SDSetupInterface* GetSetupInterface() override;
+  SDError ImportSample(const qz::string& originalname, uchar formatIndex,
+                       const qz::string& qualClass) override;
+  SDError RemoveSample(const qz::string& qualClass) override;
+  SDError ChangeSampleFormat(const qz::string& qualClass, uchar formatIndex) override;
+  short* GetRawData(const qz::string& qualClass, uchar channel) const override;
+  void* GetEncodedData(const qz::string& qualClass, uchar channel, ulong& size) const override;
+  short* GetDecodedData(const qz::string& qualClass, uchar channel) const override;
+  SDInfo* GetSampleInformation(const qz::string& qualClass, SDInfo& _info) const override;
+  SDInfo* GetOriginalSampleInformation(const qz::string& qualClass, SDInfo& _info) const override;
+  std::list<qz::string> GetQualityClasses() const override;
+  qz::string GetSelQualityClass() const override;
+  bool SetSelQualityClass(const qz::string& _selQualityClass) override;
+  SDError CheckIn(const qz::string& fromFolder) override;
+  SDError CheckIn() override;
+  SDError CheckOut(const qz::string& toFolder) const override;
+  SDError UndoCheckIn() override;
+  SDError UndoCheckOut() const override;
+  SDError RedoCheckOut() const override;
+  bool IsCheckedOut() const override;
+  bool CanUndoCheckIn() const override;
+
+  SDExtraData* GetExtraData(const qz::string& qualClass, uchar channel) const override;
+
+  // The .esmp head, 40 bytes as it stands in the file.
+  struct SDEncodedDataHeader {
+    char id[4];  // "ESMP"
+    ushort numChannels;
+    ushort compType;    // an SDCompType
+    ulong frq;          // Hz
+    ulong padding;      // written as 0, never read
+    qz::uint64 length;  // samples per channel, without the last frame's padding
+    qz::uint64 loop;    // loop start, 0 without a loop
+    qz::uint64 loopLength;
+  };
+
+  // Extra data of an ADPCM channel, 48 bytes as it stands in the file.
+  struct SDExtraDataFileChunk {
+    struct _SDExtraDataADPCM {
+      short coefTable[16];
+      ushort numCoef;
+      ushort order;
+      short loopY0;
+      short loopY1;
+      uchar loopPS;
+      uchar initialPS;
+      uchar zero[6];
+    };
+    struct _SDExtraDataADPCMPLUS {
+      short coefTable[16];
+      ushort numCoef;
+      ushort order;
+      short loopY0;
+      short loopY1;
+      uchar loopPS;
+      uchar initialPS;
+      ushort padding;
+      ulong numBlocks;
+    };
+    union _SDExtraData {
+      _SDExtraDataADPCM adpcm;
+      _SDExtraDataADPCMPLUS adpcmp;
+    } data;
+  };
+
+ private:
+  friend class SDDeleteInfo;
+  friend class SDSample;
+  friend struct SDTestAccess;
+
+  SDError SetError(SDError error) const;
+
+  // --- Formats ---
+  SDCompType ConvertToSaveCompressionType(uchar formatIndex) const;
+  SDCompType GetDefaultSampleType() const;
+  qz::string CompTypeBinToString(SDCompType type) const;
+  SDCompType CompTypeStringToBin(const qz::string& type) const;
+
+  // --- Samples by class: null with ERROR_UNKNOWNCLASS or ERROR_QUALITYNOTAVAILABLE ---
+  SDSample* FindQualityClass(const qz::string& qualClass);
+  const SDSample* FindQualityClass(const qz::string& qualClass) const;
+  SDInfo* FillInfo(const SDSample& sample, const SDInfoIntern& numbers, SDInfo& _info) const;
+
+  // --- Names (sd_access_names.cpp). They set no error code. ---
+  bool CreateSampleFileName(const HDBBaseNodeInterface* node, qz::string& sampleFileName) const;
+  qz::string ExpandSamplePath(const qz::string& name) const;
+  bool SetupInternalName(qz::string& intName, const qz::string& originalName,
+                         const qz::string& qualClass);
+  qz::string BuildEncodedSampleDataFileName(const qz::string& internalName) const;
+
+  // --- The transaction behind every change of the node's files (sd_access_files.cpp) ---
+  SDError CopyNewFiles(const std::list<qz::string>& qualClassName,
+                       const std::list<qz::string>& sourceName, uchar formatIndex);
+  SDError CopyInternalFiles();
+
+  // --- Encoded files (sd_access_tarvane*.cpp) ---
+  SDError ReadEncodedSampleInfo(const SDSample& sample, SDInfoIntern* info,
+                                SDCompType& compType) const;
+  SDError ReadEncodedSampleData(const SDSample& sample, ushort channel, void*& data,
+                                ulong& dataSize) const;
+  SDError ReadEncodedExtraSampleData(const SDSample& sample, ushort channel, void*& data,
+                                     ulong& dataSize) const;
+  SDError GenerateEncodedData(SDSample& sample, const _AUDIO* aInfo) const;
+  SDError ReadSampleInformation(const qz::string& qualClass);
+  bool IsEncodedDataUpToDate(const SDSample& sample) const;
+
+  // Const operations of the interface record their failure all the same, and check-out is const
+  // to the host although it changes the node's state.
+  mutable SDError lastError = ERROR_OK;
+  mutable SDSampleList sampleList;  // Save stamps each sample
+  qz::string selQualityClass;
+  HDBBaseNodeInterface* baseNode = nullptr;  // null until Init; not owned
+  PGISampleDataBaseInterface* baseInterface = nullptr;
+  SDSetupInterface* setup = nullptr;  // an SDSetup; not owned
+  // The node's folder, relative to the folder of the database file; empty until its first file.
+  qz::string internalSampleFileName;
+  mutable bool checkedOut = false;
+  mutable qz::string checkOutFolder;
+  qz::string lastPreCheckOutInternalName;  // the folder from before the last check-in, or empty
+};
+
+static_assert(sizeof(SDAccess::SDEncodedDataHeader) == 40);
+static_assert(sizeof(SDAccess::SDExtraDataFileChunk) == 48);
+
+#endif  // SAMPLEDATA_SD_ACCESS_H_
