@@ -82,7 +82,7 @@ class HDBBaseNodeInterface {
   // Opens a change; false refuses it, and nothing is to be closed then.
   virtual bool BeginModify() = 0;
   // Closes the change with its undo record, which the host copies, or with null: nothing to undo.
-  virtual bool EndModify(HDBUndoInfo* info) = 0;
+  virtual void EndModify(HDBUndoInfo* info) = 0;
   // From here on `node` lists this node in GetNodesReferencing, until this node goes.
   virtual bool AddReference(HDBBaseNodeInterface* node) = 0;
   virtual const std::list<HDBBaseNodeInterface*>& GetNodesReferencing() const = 0;
