@@ -18,6 +18,8 @@
 // --- Types, with Windows' widths ---------------------------------------------------------------
 
 #define WINAPI
+// In front of a declaration: the symbol leaves the module that defines it.
+#define PLATFORM_EXPORT __attribute__((visibility("default")))
 #define FALSE 0
 #define TRUE 1
 

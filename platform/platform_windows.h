@@ -15,4 +15,7 @@
 #include <shlwapi.h>
 #include <stdlib.h>
 
+// In front of a declaration: the symbol leaves the module that defines it.
+#define PLATFORM_EXPORT __declspec(dllexport)
+
 #endif  // PLATFORM_PLATFORM_WINDOWS_H_
