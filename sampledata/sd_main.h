@@ -35,4 +35,7 @@ class PGISampleDataBaseInterface final : public PGIBaseInterface {
   qz::strtable stringTab;  // where every node finds its messages
 };
 
+// The module's one export.
+extern "C" PLATFORM_EXPORT PGIBaseInterface* RequestBaseInterface();
+
 #endif  // SAMPLEDATA_SD_MAIN_H_
