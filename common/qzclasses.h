@@ -23,10 +23,12 @@ class string : public std::u16string {
   string(char c);  // NOLINT
   // A copy never takes the other's narrow cache.
   string(const string& other);
+  string(string&& other) noexcept;     // neither does a move
   string(const std::u16string& wide);  // NOLINT
   ~string();
 
   string& operator=(const string& other);
+  string& operator=(string&& other) noexcept;
   string& operator=(const char* s);
   string& operator+=(const string& other);
   string& operator+=(const char* s);
