@@ -1,5 +1,5 @@
-// Private classes of the disk layer: labels of a stream that is being written, and the state of a
-// folder search.
+// What the disk layer's files share among themselves: labels of a stream that is being written,
+// the state of a folder search, and the conversion of times.
 //
 // A label is a named position. A reference is a number in the file that holds the position of a
 // label; one that is written before its label exists waits as zeros until the stream is closed.
@@ -11,6 +11,7 @@
 
 #include "common/qzclasses.h"
 #include "common/qztypes.h"
+#include "diskio/diskio.h"
 #include "platform/platform.h"
 
 struct DIOLabel {
@@ -50,5 +51,8 @@ struct DIOPrivateFindData {
   qz::string baseBuffer;    // kept for the record's layout; nothing fills it
   qz::string mask;          // what the search was opened with
 };
+
+// Calendar form of a platform time, both UTC. On failure `to` stays as it was.
+bool DIOConvertTime(const FILETIME& from, DIOFile::DIOFileTime& to);
 
 #endif  // DISKIO_DISKIO_INTERN_H_
