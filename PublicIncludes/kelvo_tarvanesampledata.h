@@ -128,7 +128,8 @@ class SDAccessInterface : public HDBAccessBaseInterface {
   virtual SDError ChangeSampleFormat(const qz::string& qualClass, uchar formatIndex) = 0;
 
   // Data of one channel (0 to numChannels - 1), read afresh at each call; null on failure.
-  // Raw: as many values as the raw file has samples per channel.
+  // Raw: as many values as the raw file has samples per channel, and at least the length that
+  // GetOriginalSampleInformation tells.
   virtual short* GetRawData(const qz::string& qualClass, uchar channel) const = 0;
   // `size` in bytes.
   virtual void* GetEncodedData(const qz::string& qualClass, uchar channel, ulong& size) const = 0;

@@ -9,6 +9,7 @@
 #include "PublicIncludes/kelvo_tarvanesampledata.h"
 #include "audio/audio.h"
 #include "sampledata/sd_intern.h"
+#include "sampledata/sd_nodefile.h"
 
 class PGISampleDataBaseInterface;
 class SDSetup;
@@ -59,6 +60,9 @@ class SDAccess final : public SDTarvaneAccessInterface {
   bool CanUndoCheckIn() const override;
 
   SDExtraData* GetExtraData(const qz::string& qualClass, uchar channel) const override;
+
+  // The first bytes of an .esmp file.
+  static constexpr char kEncodedFileId[4] = {'E', 'S', 'M', 'P'};
 
   // The .esmp head, 40 bytes as it stands in the file.
   struct SDEncodedDataHeader {
@@ -111,6 +115,8 @@ class SDAccess final : public SDTarvaneAccessInterface {
   // --- Formats ---
   SDCompType ConvertToSaveCompressionType(uchar formatIndex) const;
   SDCompType GetDefaultSampleType() const;
+  // One of the five formats that can be encoded. A stored sample may hold another value.
+  static bool IsKnownCompType(SDCompType type);
   qz::string CompTypeBinToString(SDCompType type) const;
   SDCompType CompTypeStringToBin(const qz::string& type) const;
 
@@ -127,9 +133,31 @@ class SDAccess final : public SDTarvaneAccessInterface {
   qz::string BuildEncodedSampleDataFileName(const qz::string& internalName) const;
 
   // --- The transaction behind every change of the node's files (sd_access_files.cpp) ---
+  class SDKeptSampleInfo;
+  // Replaces the raw files of the named classes by the files of `sourceName`, which runs in step,
+  // adds samples for classes that the node lacks, and moves all files of the node into a new
+  // folder. After a failure list, folder name, bookkeeping and disk are as before.
   SDError CopyNewFiles(const std::list<qz::string>& qualClassName,
                        const std::list<qz::string>& sourceName, uchar formatIndex);
   SDError CopyInternalFiles();
+  SDError MoveToNewFolder(const std::list<qz::string>& qualClassName,
+                          const std::list<qz::string>& sourceName, uchar formatIndex,
+                          std::list<qz::string>& newFiles);
+  SDError BringIn(const qz::string& qualClass, const qz::string& source, uchar formatIndex,
+                  std::list<qz::string>& newFiles);
+  SDError TakeAlong(const SDKeptSampleInfo& kept, std::list<qz::string>& newFiles);
+  SDCompType CompTypeOfNewSample(uchar formatIndex) const;
+  void DropFreshCopy(const qz::string& qualClass);
+  void GiveBackReference(const qz::string& qualClass);
+
+  // --- Stored nodes (sd_access_persist.cpp) ---
+  bool WriteNode(DIOFile* file, bool ownFile) const;
+  bool WriteSample(DIOFile* file, const SDSample& sample) const;
+  SDError LoadNodeFile(const qz::string& name);
+  SDError ReadNode(DIOFile* file);
+  SDError ReadSample(DIOFile* file);
+  static SDError ErrorOfRead(nodefile::ReadResult result);
+  void FixLocation(qz::string& fileName) const;
 
   // --- Encoded files (sd_access_tarvane*.cpp) ---
   SDError ReadEncodedSampleInfo(const SDSample& sample, SDInfoIntern* info,
@@ -140,6 +168,8 @@ class SDAccess final : public SDTarvaneAccessInterface {
                                      ulong& dataSize) const;
   SDError GenerateEncodedData(SDSample& sample, const _AUDIO* aInfo) const;
   SDError ReadSampleInformation(const qz::string& qualClass);
+  bool ReadRawNumbers(const qz::string& rawName, SDSample& sample) const;
+  SDExtraData* MakeExtraData(SDCompType compType, const void* data, ulong dataSize) const;
   bool IsEncodedDataUpToDate(const SDSample& sample) const;
 
   // Const operations of the interface record their failure all the same, and check-out is const

@@ -60,6 +60,11 @@ class SDSetup final : public SDSetupInterface {
   // it into its own failure.
   const SDVersionID& GetSavedVersionID() const { return savedVersionID; }
   bool IsAnySampleCheckedOut() const;
+  // The class exists and its count is not 0.
+  bool IsReferenced(const qz::string& name) const {
+    const SDClass* found = classList.Find(name);
+    return found != nullptr && found->GetRefCount() != 0;
+  }
   void MarkFilesForDeletion(const SDDeleteInfo& info);
   void UnmarkFilesForDeletion(const SDDeleteInfo& info);
   void MarkFilesAsUnsaved(const SDDeleteInfo& info);

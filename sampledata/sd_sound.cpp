@@ -1,0 +1,65 @@
+#include "sampledata/sd_sound.h"
+
+#include <algorithm>
+
+bool Sound::ReadInformation(const qz::string& path) {
+  return audio_GetFileInfo(path.c_str(), &record_) == AUDIO_OK;
+}
+
+bool Sound::Read(const qz::string& path) {
+  if (audio_ReadWave(path.c_str(), &record_, false) != AUDIO_OK) return false;
+  return record_.UsesCompression == 0;
+}
+
+ChannelView::ChannelView(const _AUDIO& record, qz::ulong channel)
+    : samples_(record.Samples),
+      is16Bit_(record.BitsPerSample == 16),
+      channel_(channel),
+      stride_(std::max<qz::ulong>(record.NumChannels, 1)),
+      elements_(record.Samples == nullptr ? 0 : record.LengthInBytes / (is16Bit_ ? 2u : 1u)),
+      size_(record.NumSamples) {}
+
+short* ChannelView::InPlace(qz::ulong count) const {
+  const bool lies = is16Bit_ && stride_ == 1 && channel_ == 0 && samples_ != nullptr;
+  return lies && count <= elements_ ? static_cast<short*>(samples_) : nullptr;
+}
+
+template <class Out, class From16, class From8>
+void ChannelView::Take(qz::uint64 first, qz::ulong count, Out* out, From16 from16,
+                       From8 from8) const {
+  qz::uint64 there = 0;  // samples of this channel that the bytes hold
+  if (channel_ < elements_) there = (elements_ - channel_ + stride_ - 1) / stride_;
+  there = std::min<qz::uint64>(there, size_);
+  const qz::uint64 left = first < there ? there - first : 0;
+  const auto have = static_cast<qz::ulong>(std::min<qz::uint64>(count, left));
+
+  const qz::uint64 start = have == 0 ? 0 : channel_ + first * stride_;
+  if (is16Bit_) {
+    const short* from = static_cast<const short*>(samples_) + start;
+    for (qz::ulong i = 0; i < have; ++i)
+      out[i] = from16(from[qz::uint64{i} * stride_]);
+  } else {
+    const signed char* from = static_cast<const signed char*>(samples_) + start;
+    for (qz::ulong i = 0; i < have; ++i)
+      out[i] = from8(from[qz::uint64{i} * stride_]);
+  }
+  std::fill(out + have, out + count, Out{0});
+}
+
+void ChannelView::Take16(qz::uint64 first, qz::ulong count, short* out) const {
+  Take(
+      first, count, out, [](short value) { return value; },
+      [](signed char byte) { return static_cast<short>(byte * 256); });
+}
+
+void ChannelView::Take8(qz::uint64 first, qz::ulong count, signed char* out) const {
+  Take(
+      first, count, out, [](short value) { return static_cast<signed char>(value >> 8); },
+      [](signed char byte) { return byte; });
+}
+
+void ChannelView::TakeRepeated(qz::uint64 first, qz::ulong count, short* out) const {
+  Take(
+      first, count, out, [](short value) { return value; },
+      [](signed char byte) { return RepeatByte(static_cast<qz::uchar>(byte)); });
+}
