@@ -150,6 +150,26 @@ class SDAccess final : public SDTarvaneAccessInterface {
   void DropFreshCopy(const qz::string& qualClass);
   void GiveBackReference(const qz::string& qualClass);
 
+  // --- Undo and copies (sd_access_undo.cpp) ---
+  void RestoreState(const SDUndo& snapshot);
+  bool RestoreDeleted(const SDUndo& snapshot);
+  bool DeleteOwnNode();
+  void DropFiles(SDSample& sample);
+  void ReclaimFiles(SDSample& sample);
+  // Makes `smp` a copy of `old` with files of its own in this node's folder. False where they
+  // cannot be made; what was copied by then stays.
+  bool RestoreSample(SDSample& smp, const SDSample& old);
+  bool AppendCopyOf(const SDSample& old);
+
+  // --- Check-out (sd_access_checkout.cpp) ---
+  SDError CheckIn(const qz::string* fromFolder);  // null: where the files went
+  bool MakeCheckOutNames(qz::string& checkoutName, qz::string& internalName, const qz::string& path,
+                         const qz::string& qualClass) const;
+  SDError FindCheckedOutFiles(const qz::string& folder, std::list<qz::string>& qualClassName,
+                              std::list<qz::string>& checkoutName) const;
+  SDError ReturnToOldFolder(SDSample& sample);
+  void TakeNameThatIsThere(SDSample& sample) const;
+
   // --- Stored nodes (sd_access_persist.cpp) ---
   bool WriteNode(DIOFile* file, bool ownFile) const;
   bool WriteSample(DIOFile* file, const SDSample& sample) const;
