@@ -1,0 +1,431 @@
+// What every stream promises, whatever its bytes live in. Each kind of stream instantiates it:
+//
+//   INSTANTIATE_TYPED_TEST_SUITE_P(OnFile, StreamSuite, FileStreams);
+//
+// with a default-constructible type that makes streams over one run of bytes:
+//
+//   DIOFile* Create();              an empty stream to read and write
+//   DIOFile* Reopen();              the same bytes to read, from their start
+//   bool Close(DIOFile*& file);     ends a stream of either, with the result of its close
+//   std::string Bytes();            the bytes, when no stream is open
+//
+// One stream is open at a time, but for the source of an Insert: a second object makes that.
+#ifndef TESTS_STREAM_SUITE_H_
+#define TESTS_STREAM_SUITE_H_
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "diskio/diskio.h"
+
+namespace stream_suite {
+
+inline std::string FromHex(const char* hex) {
+  std::string bytes;
+  for (; *hex != '\0'; ++hex) {
+    if (*hex == ' ') continue;
+    bytes.push_back(static_cast<char>(std::stoi(std::string(hex, 2), nullptr, 16)));
+    ++hex;
+  }
+  return bytes;
+}
+
+// Bytes that tell every place and order apart.
+inline std::string Pattern(std::size_t size) {
+  std::string bytes(size, '\0');
+  unsigned state = 1;
+  for (char& byte : bytes) {
+    state = state * 1103515245u + 12345u;
+    byte = static_cast<char>(state >> 16);
+  }
+  return bytes;
+}
+
+inline bool WriteBytes(DIOFile* file, const std::string& bytes) {
+  return file->Write(bytes.data(), 1, static_cast<qz::ulong>(bytes.size()));
+}
+
+inline qz::uint64 PositionOf(DIOFile* file) {
+  qz::uint64 position = ~qz::uint64{0};
+  EXPECT_TRUE(file->GetPosition(position));
+  return position;
+}
+
+// What an array operation has to do, element by element. A failed element is the last.
+inline bool ReadElements(DIOFile* file, char* at, qz::ulong size, qz::ulong count) {
+  for (; count > 0; --count, at += size) {
+    qz::ushort two = 0;
+    qz::ulong four = 0;
+    qz::uint64 eight = 0;
+    // The variable starts as the buffer does, as the loop reads straight into it.
+    void* const value = size == 2   ? static_cast<void*>(&two)
+                        : size == 4 ? static_cast<void*>(&four)
+                                    : &eight;
+    std::memcpy(value, at, size);
+    const bool fine = size == 2   ? file->Read(two)
+                      : size == 4 ? file->Read(four)
+                                  : file->Read(eight);
+    std::memcpy(at, value, size);
+    if (!fine) return false;
+  }
+  return true;
+}
+
+inline bool WriteElements(DIOFile* file, const char* at, qz::ulong size, qz::ulong count) {
+  for (; count > 0; --count, at += size) {
+    qz::ushort two = 0;
+    qz::ulong four = 0;
+    qz::uint64 eight = 0;
+    void* const value = size == 2   ? static_cast<void*>(&two)
+                        : size == 4 ? static_cast<void*>(&four)
+                                    : &eight;
+    std::memcpy(value, at, size);
+    const bool fine = size == 2   ? file->Write(two)
+                      : size == 4 ? file->Write(four)
+                                  : file->Write(eight);
+    if (!fine) return false;
+  }
+  return true;
+}
+
+}  // namespace stream_suite
+
+template <typename Streams>
+class StreamSuite : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    file = streams.Create();
+    ASSERT_NE(file, nullptr);
+  }
+
+  void TearDown() override {
+    if (file != nullptr) streams.Close(file);
+  }
+
+  // Ends the stream and gives what it wrote.
+  std::string Finish() {
+    EXPECT_TRUE(streams.Close(file));
+    EXPECT_EQ(file, nullptr);
+    return streams.Bytes();
+  }
+
+  // Goes on with a stream that reads `bytes`.
+  void ReadFrom(const std::string& bytes) {
+    ASSERT_TRUE(stream_suite::WriteBytes(file, bytes));
+    ASSERT_TRUE(streams.Close(file));
+    file = streams.Reopen();
+    ASSERT_NE(file, nullptr);
+  }
+
+  Streams streams;
+  DIOFile* file = nullptr;
+};
+
+TYPED_TEST_SUITE_P(StreamSuite);
+
+TYPED_TEST_P(StreamSuite, NumbersStandInTheByteOrderOfTheStream) {
+  const auto writeAll = [this] {
+    bool fine = this->file->Write('a') && this->file->Write(qz::uchar{0xFE});
+    fine = fine && this->file->Write(short{-2}) && this->file->Write(qz::ushort{0x1234});
+    fine = fine && this->file->Write(qz::slong{-2}) && this->file->Write(qz::ulong{0x12345678});
+    fine = fine && this->file->Write(qz::int64{-2});
+    fine = fine && this->file->Write(qz::uint64{0x123456789ABCDEF0u});
+    fine = fine && this->file->Write(1.0f) && this->file->Write(-2.5);
+    return fine && this->file->Write(DIOFile::v32{1.0f, 2.0f, -0.0f});
+  };
+  EXPECT_TRUE(writeAll());
+  this->file->SetEndian(DIOFile::ENDIAN_BIG);
+  EXPECT_TRUE(writeAll());
+  const std::string little = stream_suite::FromHex(
+      "61 FE FEFF 3412 FEFFFFFF 78563412 FEFFFFFFFFFFFFFF F0DEBC9A78563412"
+      "0000803F 00000000000004C0 0000803F 00000040 00000080");
+  const std::string big = stream_suite::FromHex(
+      "61 FE FFFE 1234 FFFFFFFE 12345678 FFFFFFFFFFFFFFFE 123456789ABCDEF0"
+      "3F800000 C004000000000000 3F800000 40000000 80000000");
+  EXPECT_EQ(this->Finish(), little + big);
+
+  this->file = this->streams.Reopen();
+  ASSERT_NE(this->file, nullptr);
+  for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
+    this->file->SetEndian(order);
+    char character = 0;
+    qz::uchar byte = 0;
+    short signed16 = 0;
+    qz::ushort unsigned16 = 0;
+    qz::slong signed32 = 0;
+    qz::ulong unsigned32 = 0;
+    qz::int64 signed64 = 0;
+    qz::uint64 unsigned64 = 0;
+    float single = 0;
+    double twice = 0;
+    DIOFile::v32 vector{};
+    EXPECT_TRUE(this->file->Read(character) && this->file->Read(byte));
+    EXPECT_TRUE(this->file->Read(signed16) && this->file->Read(unsigned16));
+    EXPECT_TRUE(this->file->Read(signed32) && this->file->Read(unsigned32));
+    EXPECT_TRUE(this->file->Read(signed64) && this->file->Read(unsigned64));
+    EXPECT_TRUE(this->file->Read(single) && this->file->Read(twice) && this->file->Read(vector));
+    EXPECT_EQ(character, 'a');
+    EXPECT_EQ(byte, 0xFE);
+    EXPECT_EQ(signed16, -2);
+    EXPECT_EQ(unsigned16, 0x1234);
+    EXPECT_EQ(signed32, -2);
+    EXPECT_EQ(unsigned32, 0x12345678u);
+    EXPECT_EQ(signed64, -2);
+    EXPECT_EQ(unsigned64, 0x123456789ABCDEF0u);
+    EXPECT_EQ(single, 1.0f);
+    EXPECT_EQ(twice, -2.5);
+    EXPECT_EQ(vector.y, 2.0f);
+    EXPECT_TRUE(std::signbit(vector.z));
+  }
+}
+
+TYPED_TEST_P(StreamSuite, AReadCutByTheEndKeepsWhatItRead) {
+  this->ReadFrom(stream_suite::FromHex("0000803F 112233"));
+  this->file->SetEndian(DIOFile::ENDIAN_BIG);
+  qz::ulong number = 0xAAAAAAAA;
+  ASSERT_TRUE(this->file->SetPosition(qz::slong{-3}, DIOFile::SEEKMODE_END));
+  EXPECT_FALSE(this->file->Read(number));
+  EXPECT_EQ(0, std::memcmp(&number, "\x11\x22\x33\xAA", 4));  // unswapped
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 7u);
+
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{4}, DIOFile::SEEKMODE_START));
+  float single = 7.0f;
+  EXPECT_FALSE(this->file->Read(single));
+  EXPECT_EQ(single, 7.0f);
+
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  this->file->SetEndian(DIOFile::ENDIAN_LITTLE);
+  DIOFile::v32 vector{7, 8, 9};
+  EXPECT_FALSE(this->file->Read(vector));
+  EXPECT_EQ(vector.x, 1.0f);
+  EXPECT_EQ(vector.y, 8.0f);
+}
+
+TYPED_TEST_P(StreamSuite, ArraysMoveAsTheLoopOverTheirElements) {
+  for (const qz::ulong size : {2u, 4u, 8u}) {
+    for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
+      SCOPED_TRACE(testing::Message() << size << " bytes, order " << order);
+      TypeParam other;
+      DIOFile* loop = other.Create();
+      ASSERT_NE(loop, nullptr);
+      if (this->file == nullptr) this->file = this->streams.Create();
+      ASSERT_NE(this->file, nullptr);
+      this->file->SetEndian(order);
+      loop->SetEndian(order);
+      // More than one block, from an odd address, with the part of an element at the end.
+      const qz::ulong count = 65536 / size + 3;
+      const std::string pattern = stream_suite::Pattern(1 + count * size + 1);
+      EXPECT_TRUE(this->file->Write(pattern.data() + 1, size, count));
+      EXPECT_TRUE(stream_suite::WriteElements(loop, pattern.data() + 1, size, count));
+      EXPECT_TRUE(this->file->Write('x') && loop->Write('x'));
+      const std::string bytes = this->Finish();
+      EXPECT_TRUE(other.Close(loop));
+      EXPECT_EQ(bytes, other.Bytes());
+
+      this->file = this->streams.Reopen();
+      loop = other.Reopen();
+      ASSERT_TRUE(this->file != nullptr && loop != nullptr);
+      this->file->SetEndian(order);
+      loop->SetEndian(order);
+      for (const bool whole : {true, false}) {
+        const qz::ulong asked = whole ? count : count + 2;
+        std::string block(1 + asked * size, '\x55');
+        std::string elements = block;
+        ASSERT_TRUE(this->file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+        ASSERT_TRUE(loop->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+        EXPECT_EQ(this->file->Read(block.data() + 1, size, asked), whole);
+        EXPECT_EQ(stream_suite::ReadElements(loop, elements.data() + 1, size, asked), whole);
+        EXPECT_TRUE(block == elements);
+        EXPECT_EQ(block.compare(1, count * size, pattern, 1, count * size), 0);
+        EXPECT_EQ(stream_suite::PositionOf(this->file), stream_suite::PositionOf(loop));
+      }
+      EXPECT_TRUE(this->streams.Close(this->file));
+      EXPECT_TRUE(other.Close(loop));
+    }
+  }
+}
+
+TYPED_TEST_P(StreamSuite, OddElementSizesAndEmptyArraysMoveNothing) {
+  ASSERT_TRUE(stream_suite::WriteBytes(this->file, "0123456789"));
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{2}, DIOFile::SEEKMODE_START));
+  char buffer[64] = "unchanged";
+  for (const qz::ulong size : {0u, 3u, 5u, 16u}) {
+    EXPECT_FALSE(this->file->Read(buffer, size, 1));
+    EXPECT_FALSE(this->file->Write(buffer, size, 1));
+  }
+  for (const qz::ulong size : {1u, 2u, 4u, 8u}) {
+    EXPECT_TRUE(this->file->Read(buffer, size, 0));
+    EXPECT_TRUE(this->file->Write(buffer, size, 0));
+  }
+  EXPECT_STREQ(buffer, "unchanged");
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 2u);
+  EXPECT_EQ(this->Finish(), "0123456789");
+}
+
+TYPED_TEST_P(StreamSuite, PositionsMoveFromAllThreeOrigins) {
+  ASSERT_TRUE(stream_suite::WriteBytes(this->file, "0123456789"));
+  qz::ulong narrow = 0;
+  qz::uint64 wide = 0;
+  EXPECT_TRUE(this->file->GetFileSize(narrow) && this->file->GetFileSize(wide));
+  EXPECT_EQ(narrow, 10u);
+  EXPECT_EQ(wide, 10u);
+  EXPECT_TRUE(this->file->SetPosition(qz::int64{-4}, DIOFile::SEEKMODE_END));
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 6u);
+  EXPECT_TRUE(this->file->SetPosition(static_cast<qz::ulong>(-3), DIOFile::SEEKMODE_CURRENT));
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 3u);
+  EXPECT_TRUE(this->file->SetPosition(static_cast<qz::uint64>(-1), DIOFile::SEEKMODE_CURRENT));
+  EXPECT_TRUE(this->file->SetPosition(qz::slong{3}, DIOFile::SEEKMODE_CURRENT));
+  // A place in front of the start is refused and the position stays.
+  EXPECT_FALSE(this->file->SetPosition(qz::int64{-6}, DIOFile::SEEKMODE_CURRENT));
+  EXPECT_FALSE(this->file->SetPosition(qz::slong{-11}, DIOFile::SEEKMODE_END));
+  EXPECT_FALSE(this->file->SetPosition(static_cast<qz::ulong>(-1), DIOFile::SEEKMODE_START));
+  EXPECT_TRUE(this->file->GetPosition(narrow));
+  EXPECT_EQ(narrow, 5u);
+  // Writing inside goes over what stands there; what is behind stays.
+  EXPECT_TRUE(this->file->Write(qz::ushort{0x6261}));
+  EXPECT_EQ(this->Finish(), "01234ab789");
+}
+
+TYPED_TEST_P(StreamSuite, TextsEndInCarriageReturnAndLineFeed) {
+  EXPECT_TRUE(this->file->WriteString("a\nb"));
+  EXPECT_TRUE(this->file->WriteStringZ("\r\n%s\n", "\n\nx"));
+  EXPECT_TRUE(this->file->WriteString(""));
+  EXPECT_TRUE(this->file->WriteStringZ(""));
+  EXPECT_EQ(this->Finish(), std::string("a\r\nb"
+                                        "\r\r\n\r\n\r\nx\r\n\0\0",
+                                        15));
+}
+
+TYPED_TEST_P(StreamSuite, TextsAreFormatsAndTheirArgumentsAreLiteral) {
+  EXPECT_TRUE(this->file->WriteString("%s|%d|%%|%5.1f|%c", "100% %n%s", -7, 2.25, 'z'));
+  // More arguments than registers carry.
+  EXPECT_TRUE(
+      this->file->WriteString("|%d%d%d%d%d%d%d%d%d%.0f%s", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10.0, "!"));
+  EXPECT_EQ(this->Finish(), "100% %n%s|-7|%|  2.2|z|12345678910!");
+}
+
+TYPED_TEST_P(StreamSuite, TextsWithManyBytesACharacterComeBackWhole) {
+  const char* const texts[] = {"", "Z\xC3\xBCrich", "\xE9\x9F\xB3 \xF0\x9F\x8E\xB5",
+                               "bad \xFF\xC3 end"};
+  std::string expected;
+  for (const char* text : texts) {
+    EXPECT_TRUE(this->file->WriteStringZ("%s", text));
+    EXPECT_TRUE(this->file->WriteStringZ(text));
+    expected += std::string(text) + '\0' + text + '\0';
+  }
+  EXPECT_EQ(this->Finish(), expected);
+  this->file = this->streams.Reopen();
+  ASSERT_NE(this->file, nullptr);
+  for (const char* text : texts) {
+    for (int copy = 0; copy < 2; ++copy) {
+      qz::string read = "old";
+      EXPECT_TRUE(this->file->ReadString(read));
+      EXPECT_TRUE(read == qz::string(text));
+    }
+  }
+  qz::string atEnd = "old";
+  EXPECT_FALSE(this->file->ReadString(atEnd));
+  EXPECT_TRUE(atEnd.empty());
+}
+
+TYPED_TEST_P(StreamSuite, AnUnendedTextIsAFailureWithTheTextSoFar) {
+  this->ReadFrom("ab\xC3\xA4");
+  qz::string text;
+  EXPECT_FALSE(this->file->ReadString(text));
+  EXPECT_TRUE(text == "ab\xC3\xA4");
+}
+
+TYPED_TEST_P(StreamSuite, ATextBeyondItsBufferIsRefusedWhole) {
+  // The format counts 2 characters; a zero byte stands behind the text.
+  const std::string longest(2 + 131072 - 1, 'x');
+  EXPECT_FALSE(this->file->WriteString("%s", (longest + "x").c_str()));
+  EXPECT_FALSE(this->file->WriteStringZ("%s", (longest + "x").c_str()));
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 0u);
+  EXPECT_TRUE(this->file->WriteStringZ("%s", longest.c_str()));
+  // Carriage returns come behind the limit.
+  const std::string lines(131000, '\n');
+  EXPECT_TRUE(this->file->WriteString("%s", lines.c_str()));
+  const std::string bytes = this->Finish();
+  EXPECT_EQ(bytes.size(), longest.size() + 1 + 2 * lines.size());
+  EXPECT_EQ(bytes.substr(longest.size() - 1, 4), std::string("x\0\r\n", 4));
+}
+
+TYPED_TEST_P(StreamSuite, InsertCopiesFromPositionToPosition) {
+  const std::string pattern = stream_suite::Pattern(3 * 65536 + 10);
+  TypeParam other;
+  DIOFile* source = other.Create();
+  ASSERT_NE(source, nullptr);
+  ASSERT_TRUE(stream_suite::WriteBytes(source, pattern));
+  // At its end there is nothing to take, and an empty piece of nothing is fine.
+  EXPECT_FALSE(this->file->Insert(source));
+  EXPECT_TRUE(this->file->Insert(source, 0));
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 0u);
+
+  ASSERT_TRUE(stream_suite::WriteBytes(this->file, "0123456789"));
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{2}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(source->SetPosition(qz::ulong{5}, DIOFile::SEEKMODE_START));
+  EXPECT_TRUE(this->file->Insert(source, 3));
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 5u);
+  EXPECT_EQ(stream_suite::PositionOf(source), 8u);
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{10}, DIOFile::SEEKMODE_START));
+  EXPECT_TRUE(this->file->Insert(source, 65536));
+  EXPECT_TRUE(this->file->Insert(source));
+  // More than there is: the whole blocks before the failure are there.
+  ASSERT_TRUE(source->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  EXPECT_FALSE(this->file->Insert(source, pattern.size() + 1));
+  EXPECT_TRUE(other.Close(source));
+  const std::string expected =
+      "01" + pattern.substr(5, 3) + "56789" + pattern.substr(8) + pattern.substr(0, 3 * 65536);
+  EXPECT_TRUE(this->Finish() == expected);
+}
+
+TYPED_TEST_P(StreamSuite, LabelsNameThePositionTheyWereFirstSetAt) {
+  ASSERT_TRUE(stream_suite::WriteBytes(this->file, std::string(100, '.')));
+  EXPECT_EQ(this->file->GetLabel("here"), ~qz::uint64{0});
+  EXPECT_TRUE(this->file->SetLabel("here"));
+  EXPECT_TRUE(this->file->WriteLabel("here"));
+  EXPECT_TRUE(this->file->SetLabel("here"));
+  EXPECT_TRUE(this->file->SetLabel("Here"));
+  EXPECT_EQ(this->file->GetLabel("here"), 100u);
+  EXPECT_EQ(this->file->GetLabel("Here"), 104u);
+  EXPECT_EQ(this->Finish().substr(100), stream_suite::FromHex("64000000"));
+}
+
+TYPED_TEST_P(StreamSuite, ReferencesAreFilledWhenTheStreamEnds) {
+  EXPECT_TRUE(this->file->WriteLabel("b"));      // 0: waits
+  EXPECT_TRUE(this->file->WriteLabel("a"));      // 4: waits
+  EXPECT_TRUE(this->file->WriteLabel("b"));      // 8: only the first of a name waits
+  EXPECT_TRUE(this->file->WriteLabel("never"));  // 12: nothing comes
+  EXPECT_TRUE(this->file->SetLabel("a"));        // 16
+  EXPECT_TRUE(this->file->Write('x'));
+  EXPECT_TRUE(this->file->SetLabel("b"));    // 17
+  EXPECT_TRUE(this->file->WriteLabel("b"));  // known by now
+  EXPECT_EQ(this->Finish(),
+            stream_suite::FromHex("11000000 10000000 00000000 00000000 78 11000000"));
+}
+
+TYPED_TEST_P(StreamSuite, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd) {
+  this->file->SetLabelMode(DIOFile::LABELMODE_LONG);
+  EXPECT_TRUE(this->file->WriteLabel("a"));
+  EXPECT_TRUE(this->file->SetLabel("a"));
+  EXPECT_TRUE(this->file->WriteLabel("a"));
+  this->file->SetLabelMode(DIOFile::LABELMODE_SHORT);
+  EXPECT_TRUE(this->file->WriteLabel("b"));
+  EXPECT_TRUE(this->file->SetLabel("b"));
+  this->file->SetEndian(DIOFile::ENDIAN_BIG);
+  EXPECT_EQ(this->Finish(), stream_suite::FromHex("00000008 00000000 0800000000000000 00000014"));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(
+    StreamSuite, NumbersStandInTheByteOrderOfTheStream, AReadCutByTheEndKeepsWhatItRead,
+    ArraysMoveAsTheLoopOverTheirElements, OddElementSizesAndEmptyArraysMoveNothing,
+    PositionsMoveFromAllThreeOrigins, TextsEndInCarriageReturnAndLineFeed,
+    TextsAreFormatsAndTheirArgumentsAreLiteral, TextsWithManyBytesACharacterComeBackWhole,
+    AnUnendedTextIsAFailureWithTheTextSoFar, ATextBeyondItsBufferIsRefusedWhole,
+    InsertCopiesFromPositionToPosition, LabelsNameThePositionTheyWereFirstSetAt,
+    ReferencesAreFilledWhenTheStreamEnds, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd);
+
+#endif  // TESTS_STREAM_SUITE_H_
