@@ -4,7 +4,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -29,14 +28,11 @@ constexpr std::size_t kFormatMargin = 131072;
 // Formatted texts up to this size need no memory from the heap.
 constexpr std::size_t kShortText = 1024;
 
-struct Release {
-  void operator()(void* memory) const { std::free(memory); }
-};
-using Block = std::unique_ptr<char, Release>;
+using Block = std::unique_ptr<char[]>;
 
-// Null where the memory is not to be had; one byte at least, so that null means nothing else.
+// Null where the memory is not to be had.
 Block Allocate(std::size_t size) {
-  return Block(static_cast<char*>(std::malloc(std::max<std::size_t>(size, 1))));
+  return Block(new (std::nothrow) char[size]);
 }
 
 constexpr qz::ushort Swapped(qz::ushort value) {
