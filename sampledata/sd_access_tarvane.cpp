@@ -208,8 +208,8 @@ short* SDAccess::GetDecodedData(const qz::string& qualClass, uchar channel) cons
   if (sample->compType == COMPTYPE_RAW) {
     decoded = DecodePcm16(std::move(encoded), size, sample->encodedInfo.length);
   } else if (sample->compType == COMPTYPE_RAW8) {
-    decoded = DecodePcm8(encoded.get(), size,
-                         std::max(sample->info.length, sample->encodedInfo.length));
+    decoded =
+        DecodePcm8(encoded.get(), size, std::max(sample->info.length, sample->encodedInfo.length));
   } else if (extra == nullptr) {
     if (lastError == ERROR_OK) SetError(ERROR_COULDNOTDECODE);
     return nullptr;
