@@ -1,0 +1,102 @@
+#include "audio/audio.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+
+#include "audio/WAV_writer.h"
+#include "audio/audio_intern.h"
+#include "platform/platform.h"
+
+char AudioErrorMsg[AUDIO_ERRORMSGSIZE];
+char* audio_ErrorMsg = AudioErrorMsg;
+qz::slong audio_ErrorCode;
+
+int audioFail(int code, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(AudioErrorMsg, sizeof AudioErrorMsg, format, arguments);
+  va_end(arguments);
+  return code;
+}
+
+bool audioAllocSamples(_AUDIO* audio, bool infoOnly) {
+  // An empty sound has a block too: null means failure.
+  const std::size_t size = std::max(audio->LengthInBytes, qz::ulong{1});
+  audio->Samples = infoOnly ? std::malloc(size) : std::calloc(size, 1);
+  if (audio->Samples == nullptr) audioFail(AUDIO_NOMEMORY, "Out of memory!");
+  return audio->Samples != nullptr;
+}
+
+namespace {
+
+void ResetError() {
+  audio_ErrorCode = 0;
+  audio_ErrorMsg = AudioErrorMsg;
+  AudioErrorMsg[0] = '\0';
+}
+
+int ReadFile(std::FILE* file, const char* name, _AUDIO* audio, bool infoOnly) {
+  for (const AudioReader& reader : audioReaders) {
+    if (reader.IsValid(file)) return reader.ReadWave(file, audio, infoOnly);
+  }
+  return audioFail(AUDIO_UNKNOWNTYPE, "File `%s' is of an unknown type!", name);
+}
+
+int OpenAndRead(const char* name, _AUDIO* audio, bool stream, bool infoOnly) {
+  ResetError();
+  *audio = _AUDIO{};
+  std::FILE* file = platform::fopen(name, "rb");
+  if (file == nullptr) return audioFail(AUDIO_NOTFOUND, "File `%s' not found!", name);
+  if (stream) {
+    audio->Stream = static_cast<_AUDIO_STREAM*>(std::calloc(1, sizeof(_AUDIO_STREAM)));
+    if (audio->Stream == nullptr) {
+      std::fclose(file);
+      return audioFail(AUDIO_NOMEMORY, "Out of memory!");
+    }
+    audio->Stream->fhandle = file;
+  }
+
+  const int result = ReadFile(file, name, audio, infoOnly);
+  // A file that a reader took belongs to the record's stream, where there is one.
+  if (audio->Stream == nullptr || result == AUDIO_UNKNOWNTYPE) std::fclose(file);
+  return result;
+}
+
+int WriteAsWAV(const char* name, _AUDIO* audio) {
+  switch (audio->UsesCompression) {
+    case 0:
+      return wav_WriteWave(name, audio) == 0 ? AUDIO_OK : AUDIO_WRITEFAILED;
+    case 1:
+    case 2:
+      return audioFail(AUDIO_WRITEFAILED, "Error decompression MORT file!");
+    default:
+      return AUDIO_WRITEFAILED;
+  }
+}
+
+}  // namespace
+
+int audio_ReadWave(const char* name, _AUDIO* audio, bool stream) {
+  return OpenAndRead(name, audio, stream, false);
+}
+
+int audio_GetFileInfo(const char* name, _AUDIO* audio) {
+  return OpenAndRead(name, audio, false, true);
+}
+
+int audio_FreeWave(_AUDIO* audio) {
+  ResetError();
+  if (audio != nullptr) std::free(audio->Samples);
+  return AUDIO_OK;
+}
+
+int audio_WriteWave(const char* name, _AUDIO* audio, int format) {
+  ResetError();
+  switch (format) {
+    case AUDIO_FORMAT_WAV:
+      return WriteAsWAV(name, audio);
+    default:
+      return audioFail(AUDIO_UNKNOWNTYPE, "Unsupported save format!");
+  }
+}

@@ -1,0 +1,146 @@
+#include "audio/io.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+#include "audio/audio.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr qz::int64 kFirstChunk = 12;
+constexpr qz::int64 kChunkHead = 8;
+constexpr std::size_t kNameSize = 4;
+
+bool SwapNeeded(bool bigEndian) {
+  return bigEndian != (std::endian::native == std::endian::big);
+}
+
+bool IsElementSize(qz::ulong elemSize) {
+  return elemSize == 1 || elemSize == 2 || elemSize == 4;
+}
+
+// Turns the bytes of each element round. `to` may be `from`.
+void Swap(const qz::uchar* from, qz::uchar* to, qz::ulong elemSize, std::size_t count) {
+  if (elemSize == 2) {
+    for (std::size_t i = 0; i < count; ++i) {
+      std::uint16_t value;
+      std::memcpy(&value, from + i * 2, 2);
+      value = static_cast<std::uint16_t>(value << 8 | value >> 8);
+      std::memcpy(to + i * 2, &value, 2);
+    }
+  } else if (elemSize == 4) {
+    for (std::size_t i = 0; i < count; ++i) {
+      std::uint32_t value;
+      std::memcpy(&value, from + i * 4, 4);
+      value = value << 24 | (value & 0xFF00u) << 8 | (value >> 8 & 0xFF00u) | value >> 24;
+      std::memcpy(to + i * 4, &value, 4);
+    }
+  }
+}
+
+qz::ulong ReadElements(void* buffer, qz::ulong elemSize, qz::ulong count, std::FILE* file,
+                       bool bigEndian) {
+  if (!IsElementSize(elemSize) || count == 0) return 0;
+  auto* bytes = static_cast<qz::uchar*>(buffer);
+  const std::size_t done = std::fread(bytes, 1, std::size_t{count} * elemSize, file);
+
+  // The end of the file may have cut an element.
+  std::size_t whole = done / elemSize;
+  if (done % elemSize != 0) {
+    std::memset(bytes + done, 0, elemSize - done % elemSize);
+    ++whole;
+  }
+  if (SwapNeeded(bigEndian)) Swap(bytes, bytes, elemSize, whole);
+  return static_cast<qz::ulong>(done);
+}
+
+}  // namespace
+
+qz::ulong audioReadIntel(void* buffer, qz::ulong elemSize, qz::ulong count, std::FILE* file) {
+  return ReadElements(buffer, elemSize, count, file, false);
+}
+
+qz::ulong audioReadMotorola(void* buffer, qz::ulong elemSize, qz::ulong count, std::FILE* file) {
+  return ReadElements(buffer, elemSize, count, file, true);
+}
+
+qz::ulong audioWriteEndian(const void* buffer, qz::ulong elemSize, qz::ulong count, std::FILE* file,
+                           bool bigEndian) {
+  if (!IsElementSize(elemSize) || count == 0) return 0;
+  const auto* bytes = static_cast<const qz::uchar*>(buffer);
+  if (elemSize == 1 || !SwapNeeded(bigEndian)) {
+    return static_cast<qz::ulong>(std::fwrite(bytes, 1, std::size_t{count} * elemSize, file));
+  }
+
+  qz::uchar block[4096];
+  std::size_t done = 0;
+  for (std::size_t left = count; left > 0;) {
+    const std::size_t part = std::min<std::size_t>(left, sizeof block / elemSize);
+    Swap(bytes + done, block, elemSize, part);
+    const std::size_t written = std::fwrite(block, 1, part * elemSize, file);
+    done += written;
+    if (written != part * elemSize) break;
+    left -= part;
+  }
+  return static_cast<qz::ulong>(done);
+}
+
+qz::ushort audioReadIntel16(std::FILE* file) {
+  qz::ushort value = 0;
+  audioReadIntel(&value, 2, 1, file);
+  return value;
+}
+
+qz::ulong audioReadIntel32(std::FILE* file) {
+  qz::ulong value = 0;
+  audioReadIntel(&value, 4, 1, file);
+  return value;
+}
+
+qz::ushort audioReadMotorola16(std::FILE* file) {
+  qz::ushort value = 0;
+  audioReadMotorola(&value, 2, 1, file);
+  return value;
+}
+
+qz::ulong audioReadMotorola32(std::FILE* file) {
+  qz::ulong value = 0;
+  audioReadMotorola(&value, 4, 1, file);
+  return value;
+}
+
+void audioWriteIntel16(std::FILE* file, qz::ushort value) {
+  audioWriteEndian(&value, 2, 1, file, false);
+}
+
+void audioWriteIntel32(std::FILE* file, qz::ulong value) {
+  audioWriteEndian(&value, 4, 1, file, false);
+}
+
+void audioSkip(std::FILE* file, qz::ulong distance) {
+  platform::fseek64(file, distance, SEEK_CUR);
+}
+
+qz::int64 audioFileSize(std::FILE* file) {
+  if (platform::fseek64(file, 0, SEEK_END) != 0) return -1;
+  return platform::ftell64(file);
+}
+
+bool audioFindChunk(std::FILE* file, const char* id, bool bigEndian, qz::ulong* size) {
+  const qz::int64 fileSize = audioFileSize(file);
+  for (qz::int64 start = kFirstChunk; start < fileSize;) {
+    if (platform::fseek64(file, start, SEEK_SET) != 0) return false;
+    char name[kNameSize];
+    if (std::fread(name, 1, kNameSize, file) != kNameSize) return false;
+    *size = bigEndian ? audioReadMotorola32(file) : audioReadIntel32(file);
+    if (std::memcmp(name, id, kNameSize) == 0) {
+      // The end of the file may have cut the size; the data begins behind where it would end.
+      return platform::fseek64(file, start + kChunkHead, SEEK_SET) == 0;
+    }
+    start += kChunkHead + qz::int64{*size} + (*size & 1);
+  }
+  return false;
+}
