@@ -53,8 +53,6 @@ bool _DIOFile::Open(const qz::string& name) {
     case OPENMODE_MODIFY:
     case OPENMODE_APPEND:
       break;
-    default:
-      return false;
   }
   handle = ::CreateFileA(path, access, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return false;

@@ -1,0 +1,273 @@
+// The stream on a platform file: the suite of all streams, how files are opened and shared, and
+// what is left where platform calls fail.
+#include "tests/diskio_support.h"
+#include "tests/stream_suite.h"
+
+namespace {
+
+using diskio_test::Faults;
+using diskio_test::TempFolder;
+using platform::Call;
+
+class FileStreams {
+ public:
+  DIOFile* Create() { return DIOFile::OpenFile(folder.Path("stream"), DIOFile::OPENMODE_CREATE); }
+  DIOFile* Reopen() { return DIOFile::OpenFile(folder.Path("stream"), DIOFile::OPENMODE_OPEN); }
+  bool Close(DIOFile*& file) { return DIOFile::CloseFile(file); }
+  std::string Bytes() { return folder.Get("stream"); }
+
+ private:
+  TempFolder folder;
+};
+
+class FileStreamTest : public ::testing::Test {
+ protected:
+  DIOFile* Open(DIOFile::DIOOpenMode mode) { return DIOFile::OpenFile(folder.Path("f"), mode); }
+
+  TempFolder folder;
+};
+
+TEST_F(FileStreamTest, OpenModesDecideWhatBecomesOfTheFile) {
+  for (const auto mode :
+       {DIOFile::OPENMODE_OPEN, DIOFile::OPENMODE_MODIFY, DIOFile::OPENMODE_APPEND}) {
+    EXPECT_EQ(Open(mode), nullptr) << "no file yet, mode " << mode;
+  }
+  EXPECT_TRUE(folder.Names().empty());
+
+  const struct {
+    DIOFile::DIOOpenMode mode;
+    qz::uint64 start;
+    bool writes;
+    const char* after;
+  } cases[] = {{DIOFile::OPENMODE_OPEN, 0, false, "old text"},
+               {DIOFile::OPENMODE_MODIFY, 0, true, "new text"},
+               {DIOFile::OPENMODE_APPEND, 8, true, "old textnew"},
+               {DIOFile::OPENMODE_CREATE, 0, true, "new"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.mode);
+    folder.Put("f", "old text");
+    DIOFile* file = Open(c.mode);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->GetAccessMode(), c.mode);
+    EXPECT_EQ(stream_suite::PositionOf(file), c.start);
+    EXPECT_EQ(stream_suite::WriteBytes(file, "new"), c.writes);
+    if (!c.writes) {
+      EXPECT_FALSE(file->WriteLabel("a"));
+    }
+    // A reference that could not be written cannot be filled either.
+    EXPECT_EQ(DIOFile::CloseFile(file), c.writes);
+    EXPECT_EQ(file, nullptr);
+    EXPECT_EQ(folder.Get("f"), c.after);
+  }
+}
+
+TEST_F(FileStreamTest, AnOpenFileIsShutToAllOthers) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  ASSERT_TRUE(stream_suite::WriteBytes(file, "mine"));
+  for (const auto mode : {DIOFile::OPENMODE_OPEN, DIOFile::OPENMODE_CREATE,
+                          DIOFile::OPENMODE_MODIFY, DIOFile::OPENMODE_APPEND}) {
+    EXPECT_EQ(Open(mode), nullptr) << mode;
+  }
+  EXPECT_FALSE(DIOFile::Delete(folder.Path("f")));
+  EXPECT_FALSE(DIOFile::Rename(folder.Path("f"), folder.Path("g")));
+  EXPECT_FALSE(DIOFile::Copy(folder.Path("f"), folder.Path("g")));
+  EXPECT_TRUE(stream_suite::WriteBytes(file, "!"));
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+  EXPECT_EQ(folder.Get("f"), "mine!");
+  EXPECT_EQ(folder.Names().size(), 1u);
+  EXPECT_TRUE(DIOFile::Delete(folder.Path("f")));
+}
+
+TEST_F(FileStreamTest, AReadOnlyFileIsNotReplaced) {
+  folder.Put("f", "kept");
+  std::filesystem::permissions(folder.Native("f"), std::filesystem::perms::owner_read);
+  EXPECT_EQ(Open(DIOFile::OPENMODE_CREATE), nullptr);
+  EXPECT_EQ(Open(DIOFile::OPENMODE_MODIFY), nullptr);
+  EXPECT_FALSE(DIOFile::Delete(folder.Path("f")));
+  EXPECT_EQ(folder.Get("f"), "kept");
+}
+
+TEST_F(FileStreamTest, SizesAndPositionsReachBeyond4GiB) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  qz::ulong narrow = 77;
+  qz::uint64 wide = 0;
+  // The last place that 32 bits can name reads as a failure in 32 bits only.
+  ASSERT_TRUE(file->SetPosition(qz::uint64{0xFFFFFFFFu}, DIOFile::SEEKMODE_START));
+  EXPECT_FALSE(file->GetPosition(narrow));
+  EXPECT_TRUE(file->GetPosition(wide));
+  EXPECT_EQ(wide, 0xFFFFFFFFu);
+
+  ASSERT_TRUE(file->SetPosition(qz::uint64{0}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(file->WriteLabel("far"));
+  ASSERT_TRUE(file->SetPosition(qz::uint64{0x123456789u}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(file->SetLabel("far") && file->Write('x'));
+  EXPECT_EQ(file->GetLabel("far"), 0x123456789u);
+  EXPECT_FALSE(file->GetFileSize(narrow));
+  EXPECT_EQ(narrow, 77u);
+  EXPECT_TRUE(file->GetFileSize(wide));
+  EXPECT_EQ(wide, 0x12345678Au);
+  EXPECT_TRUE(file->SetPosition(qz::int64{-0x123456788}, DIOFile::SEEKMODE_CURRENT));
+  EXPECT_EQ(stream_suite::PositionOf(file), 2u);
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+
+  file = Open(DIOFile::OPENMODE_OPEN);
+  ASSERT_NE(file, nullptr);
+  EXPECT_TRUE(file->Read(narrow));
+  EXPECT_EQ(narrow, 0x23456789u);
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+}
+
+TEST_F(FileStreamTest, TimesAreThoseTheFolderTells) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  ASSERT_TRUE(file->Write('x'));
+  DIOFile::DIOFileTime creation{1, 2, 3, 4, 5, 6, 7, 8};
+  DIOFile::DIOFileTime access = creation;
+  DIOFile::DIOFileTime write = creation;
+  {
+    Faults faults;
+    faults.Fail(Call::kGetFileTime);
+    EXPECT_FALSE(file->GetFileTime(creation, access, write));
+  }
+  EXPECT_EQ(creation.milliseconds + access.milliseconds + write.milliseconds, 24);
+  EXPECT_TRUE(file->GetFileTime(creation, access, write));
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+  DIOFile::DIOFileInfo info;
+  ASSERT_TRUE(DIOFile::FindFirst(folder.Path("f"), info));
+  EXPECT_TRUE(info.timeWrite == write);
+  EXPECT_GE(write.year, 2024);
+  EXPECT_TRUE(DIOFile::FindClose(info));
+}
+
+TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  Faults faults;
+  const std::string bytes(100000, 'x');
+  EXPECT_TRUE(file->Write(1.0) && file->Write(qz::ushort{1}) && file->WriteStringZ("a\nb"));
+  EXPECT_EQ(faults.Take(Call::kWriteFile), 3);
+  EXPECT_TRUE(file->Write(bytes.data(), 1, 100000));
+  EXPECT_TRUE(file->Write(bytes.data(), 2, 50000));
+  EXPECT_EQ(faults.Take(Call::kWriteFile), 2);
+  file->SetEndian(DIOFile::ENDIAN_BIG);
+  EXPECT_TRUE(file->Write(bytes.data(), 2, 50000));  // 65536 bytes at a time
+  EXPECT_EQ(faults.Take(Call::kWriteFile), 2);
+
+  DIOFile* target = DIOFile::OpenFile(folder.Path("target"), DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(target, nullptr);
+  ASSERT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  EXPECT_TRUE(target->Insert(file, 65537));
+  EXPECT_TRUE(target->Insert(file, 65536));
+  EXPECT_EQ(faults.Take(Call::kReadFile), 3);
+  EXPECT_EQ(faults.Take(Call::kWriteFile), 3);
+  EXPECT_TRUE(DIOFile::CloseFile(target));
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+}
+
+TEST_F(FileStreamTest, AFailedOpenLeavesNothingOpen) {
+  folder.Put("f", "text");
+  {
+    Faults faults;
+    faults.Fail(Call::kCreateFile);
+    EXPECT_EQ(Open(DIOFile::OPENMODE_MODIFY), nullptr);
+    // Appending at a place other than the end would go over the text.
+    faults.Fail(Call::kSetFilePointer);
+    EXPECT_EQ(Open(DIOFile::OPENMODE_APPEND), nullptr);
+    faults.Fail(Call::kDeleteFile);
+    EXPECT_EQ(Open(DIOFile::OPENMODE_CREATE), nullptr);
+  }
+  EXPECT_EQ(folder.Get("f"), "text");
+  EXPECT_TRUE(DIOFile::Delete(folder.Path("f")));
+}
+
+TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  ASSERT_TRUE(stream_suite::WriteBytes(file, std::string(200000, 'x')));
+  ASSERT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  file->SetEndian(DIOFile::ENDIAN_BIG);
+  Faults faults;
+  std::string buffer(200000, '.');
+
+  faults.Fail(Call::kReadFile, 2);
+  EXPECT_FALSE(file->Read(buffer.data(), 2, 100000));
+  EXPECT_EQ(buffer.find('.'), 65536u);
+  EXPECT_EQ(stream_suite::PositionOf(file), 65536u);
+  faults.Fail(Call::kWriteFile, 2);
+  EXPECT_FALSE(file->Write(buffer.data(), 8, 20000));
+  EXPECT_EQ(stream_suite::PositionOf(file), 131072u);
+  faults.Fail(Call::kReadFile, 2);
+  faults.Fail(Call::kWriteFile, 1);
+  DIOFile::v32 vector{1, 2, 3};
+  EXPECT_FALSE(file->Read(vector));
+  EXPECT_EQ(vector.y, 2.0f);
+  EXPECT_FALSE(file->WriteString("text"));
+  EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
+
+  qz::uint64 wide = 5;
+  qz::ulong narrow = 5;
+  faults.Fail(Call::kGetFileSize, 1);
+  faults.Fail(Call::kGetFileSize, 2);
+  EXPECT_FALSE(file->GetFileSize(wide) || file->GetFileSize(narrow));
+  for (int i = 1; i <= 5; ++i)
+    faults.Fail(Call::kSetFilePointer, i);
+  EXPECT_FALSE(file->GetPosition(wide) || file->GetPosition(narrow));
+  EXPECT_FALSE(file->SetPosition(wide, DIOFile::SEEKMODE_START));
+  EXPECT_FALSE(file->SetPosition(narrow, DIOFile::SEEKMODE_START));
+  EXPECT_FALSE(file->SetLabel("nowhere"));
+  EXPECT_EQ(wide + narrow, 10u);
+  EXPECT_EQ(file->GetLabel("nowhere"), ~qz::uint64{0});
+  EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+}
+
+TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {
+  const auto prepare = [this] {
+    DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+    bool fine = file != nullptr;
+    for (const char* name : {"a", "b", "c"})
+      fine = fine && file->WriteLabel(name);
+    for (const char* name : {"a", "b", "c"})
+      fine = fine && file->SetLabel(name);
+    EXPECT_TRUE(fine);
+    return file;
+  };
+  const struct {
+    Call call;
+    int number;
+    const char* after;
+  } cases[] = {
+      {Call::kWriteFile, 2, "0C000000 00000000 00000000"},  // the walk ends there
+      {Call::kCloseHandle, 1, "0C000000 0C000000 0C000000"},
+  };
+  for (const auto& c : cases) {
+    DIOFile* file = prepare();
+    {
+      Faults faults;
+      faults.Fail(c.call, c.number);
+      EXPECT_FALSE(DIOFile::CloseFile(file)) << platform::CallName(c.call);
+    }
+    EXPECT_EQ(file, nullptr);
+    EXPECT_EQ(folder.Get("f"), stream_suite::FromHex(c.after)) << platform::CallName(c.call);
+  }
+}
+
+TEST_F(FileStreamTest, AReferenceAtAnUnknownPlaceGoesOverNothing) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  ASSERT_TRUE(stream_suite::WriteBytes(file, "head"));
+  {
+    Faults faults;
+    faults.Fail(Call::kSetFilePointer);
+    EXPECT_TRUE(file->WriteLabel("a"));
+  }
+  EXPECT_TRUE(file->SetLabel("a"));
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+  EXPECT_EQ(folder.Get("f"), std::string("head\0\0\0\0", 8));
+}
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(OnFile, StreamSuite, FileStreams);
