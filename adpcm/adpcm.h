@@ -40,10 +40,10 @@ struct _ADPCMINFO {
 
 // Designs the table of a stream (Linde-Buzo-Gray with a spectral distance of the Itakura kind) and
 // encodes it. `*numsmp` samples at `indata`, which are only read. With a null `loopLength` no loop
-// state is captured; otherwise *loopStart is the loop start, a sample position; a position beyond
-// the stream leaves the loop values 0. `info` needs no initial content. Result 1, or 0 when memory
-// runs out; `info` then owns nothing and its four pointers are null. `frameCallback` may be null;
-// it is called with 1 in front of each frame.
+// state is captured; otherwise *loopStart is the loop start, a sample position; a position behind
+// the last frame leaves the loop values 0. `info` needs no initial content. Result 1, or 0 when
+// memory runs out; `info` then owns nothing and its four pointers are null. `frameCallback` may be
+// null; it is called with 1 in front of each frame.
 qz::ulong adpcmEncodeSample(short* indata, qz::ulong* numsmp, qz::ulong* loopStart,
                             qz::ulong* loopLength, _ADPCMINFO* info,
                             void (*frameCallback)(qz::uchar));

@@ -1,0 +1,35 @@
+// Blocks from malloc that free themselves: the codec hands out malloc memory and reports exhausted
+// memory by a null, so containers that throw are of no use to it.
+#ifndef ADPCM_HEAP_BLOCK_H_
+#define ADPCM_HEAP_BLOCK_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <type_traits>
+
+#include "common/qztypes.h"
+
+namespace adpcm {
+
+struct FreeBlock {
+  void operator()(void* block) const { std::free(block); }
+};
+
+template <typename T>
+using HeapBlock = std::unique_ptr<T[], FreeBlock>;
+
+// Room for `count` values without content. Null when memory runs out or when the size is beyond
+// the address space. Null means failure alone: an empty block is 1 byte.
+template <typename T>
+HeapBlock<T> AllocateBlock(qz::uint64 count) {
+  static_assert(std::is_trivial_v<T>);
+  if (count > SIZE_MAX / sizeof(T)) return nullptr;
+  const auto size = static_cast<std::size_t>(count) * sizeof(T);
+  return HeapBlock<T>(static_cast<T*>(std::malloc(size != 0 ? size : 1)));
+}
+
+}  // namespace adpcm
+
+#endif  // ADPCM_HEAP_BLOCK_H_
