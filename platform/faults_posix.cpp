@@ -1,0 +1,102 @@
+#include "platform/faults.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/posix_intern.h"
+
+namespace platform {
+
+namespace {
+
+constexpr const char* kCallNames[] = {"CreateFile",     "ReadFile",          "WriteFile",
+                                      "SetFilePointer", "GetFileSize",       "CloseHandle",
+                                      "GetFileTime",    "GetFileAttributes", "SetFileAttributes",
+                                      "DeleteFile",     "RemoveDirectory",   "CreateDirectory",
+                                      "MoveFile",       "CopyFile",          "FindFirstFile",
+                                      "FindNextFile",   "FindClose",         "GetFullPathName",
+                                      "fopen"};
+static_assert(sizeof(kCallNames) / sizeof(kCallNames[0]) == static_cast<std::size_t>(Call::kCount));
+
+thread_local DWORD lastError = NO_ERROR;
+
+}  // namespace
+
+void SetFaultHook(FaultHook hook) {
+  delete posix::faultHook;
+  posix::faultHook = hook ? new FaultHook(std::move(hook)) : nullptr;
+}
+
+const char* CallName(Call call) {
+  const auto index = static_cast<std::size_t>(call);
+  return index < static_cast<std::size_t>(Call::kCount) ? kCallNames[index] : "?";
+}
+
+namespace posix {
+
+// A pointer, as load hooks may make calls before this file's objects would be constructed.
+constinit FaultHook* faultHook = nullptr;
+
+bool AskFaultHook(Call call, const char* path) {
+  const DWORD error = (*faultHook)(call, path != nullptr ? path : "");
+  if (error == NO_ERROR) return false;
+  SetLastError(error);
+  return true;
+}
+
+DWORD ErrorOf(int number) {
+  switch (number) {
+    case 0:
+      return NO_ERROR;
+    case ENOENT:
+    case ELOOP:
+      return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+      return ERROR_PATH_NOT_FOUND;
+    case EMFILE:
+    case ENFILE:
+      return ERROR_TOO_MANY_OPEN_FILES;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+      return ERROR_ACCESS_DENIED;
+    case EBADF:
+      return ERROR_INVALID_HANDLE;
+    case ENOMEM:
+      return ERROR_NOT_ENOUGH_MEMORY;
+    case EXDEV:
+      return ERROR_NOT_SAME_DEVICE;
+    case EBUSY:
+    case ETXTBSY:
+    case EWOULDBLOCK:
+      return ERROR_SHARING_VIOLATION;
+    case EINVAL:
+      return ERROR_INVALID_PARAMETER;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return ERROR_DISK_FULL;
+    case ENOTEMPTY:
+      return ERROR_DIR_NOT_EMPTY;
+    case EEXIST:
+      return ERROR_ALREADY_EXISTS;
+    case ENAMETOOLONG:
+      return ERROR_FILENAME_EXCED_RANGE;
+    case EIO:
+      return ERROR_IO_DEVICE;
+    default:
+      return ERROR_GEN_FAILURE;
+  }
+}
+
+}  // namespace posix
+}  // namespace platform
+
+DWORD GetLastError() {
+  return platform::lastError;
+}
+
+void SetLastError(DWORD error) {
+  platform::lastError = error;
+}
