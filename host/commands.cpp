@@ -1,0 +1,257 @@
+#include "host/commands.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/failure.h"
+#include "host/library.h"
+#include "host/verbs.h"
+
+namespace samplehost {
+
+namespace {
+
+// One run of the program: the parsed arguments, and the verb that they chose.
+struct CommandLine {
+  Context context;
+  std::function<int()> verb;
+
+  CLI::App* Add(CLI::App& app, const std::string& name, const std::string& description,
+                const std::string& example) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->footer("Example:\n  samplehost " + example);
+    return command;
+  }
+
+  // As Add, for a verb that works on a database.
+  CLI::App* AddOnDatabase(CLI::App& app, const std::string& name, const std::string& description,
+                          const std::string& example) {
+    CLI::App* command = Add(app, name, description, example);
+    command->add_option("DB", context.database, "the database file")->required();
+    return command;
+  }
+
+  void Chooses(CLI::App* command, std::function<int()> run) {
+    command->callback([this, run = std::move(run)] { verb = run; });
+  }
+};
+
+template <typename T>
+std::shared_ptr<T> Arguments() {
+  return std::make_shared<T>();
+}
+
+void AddNew(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      line.AddOnDatabase(app, "new", "Make a new database and the folder for its samples.",
+                         "new game.db --class High=100 --class Low=10 --default-type compressed");
+  const auto arguments = Arguments<NewArguments>();
+  command->add_option("--folder", arguments->folder,
+                      "folder for the samples, relative to the database's (samples)");
+  command->add_option("--class", arguments->classes, "NAME=LEVEL: a quality class; may be repeated")
+      ->allow_extra_args(false);
+  command
+      ->add_option("--default-type", arguments->defaultType,
+                   "raw (PCM16) or compressed (ADPCM): the type that --only-default gives")
+      ->check(CLI::IsMember({"raw", "compressed"}));
+  command->add_flag("--only-default", arguments->onlyDefault,
+                    "new samples take the default type, whatever --format says");
+  line.Chooses(command, [&line, arguments] { return New(line.context, *arguments); });
+}
+
+void AddClassVerbs(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(app, "class", "Add, remove or list quality classes.",
+                                         "class game.db add Medium=50\n"
+                                         "  samplehost class game.db remove Medium\n"
+                                         "  samplehost class game.db list");
+  command->require_subcommand(1);
+  const auto names = Arguments<std::vector<std::string>>();
+  CLI::App* add = command->add_subcommand("add", "Add classes.");
+  add->add_option("NAME=LEVEL", *names, "name, and level from 0 to 255")->required();
+  line.Chooses(add, [&line, names] { return AddClasses(line.context, *names); });
+  CLI::App* remove = command->add_subcommand("remove", "Remove classes that no sample uses.");
+  remove->add_option("NAME", *names, "the class")->required();
+  line.Chooses(remove, [&line, names] { return RemoveClasses(line.context, *names); });
+  CLI::App* list = command->add_subcommand("list", "List the classes by ascending level.");
+  line.Chooses(list, [&line] { return ListClasses(line.context); });
+}
+
+void AddFolder(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "folder", "Show the folder for new samples, or set it. Samples that are there stay.",
+      "folder game.db sounds");
+  const auto folder = Arguments<std::optional<std::string>>();
+  command->add_option("PATH", *folder, "the new folder, relative to the database's");
+  line.Chooses(command, [&line, folder] { return Folder(line.context, *folder); });
+}
+
+void AddLock(CLI::App& app, CommandLine& line, bool locks) {
+  const std::string name = locks ? "lock" : "unlock";
+  CLI::App* command = line.AddOnDatabase(
+      app, name, locks ? "Keep a node from changing." : "Let a locked node change again.",
+      name + " game.db kick");
+  const auto node = Arguments<std::string>();
+  command->add_option("NODE", *node, "the node")->required();
+  line.Chooses(command, [&line, node, locks] { return SetLock(line.context, *node, locks); });
+}
+
+void AddImport(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      line.AddOnDatabase(app, "import", "Import sound files, a new node for each, and save.",
+                         "import game.db kick.wav drums/ -r --class High --format ADPCM");
+  const auto arguments = Arguments<ImportArguments>();
+  command->add_option("FILE", arguments->files, "sound files, or folders of them")->required();
+  command->add_option("--class", arguments->qualityClass, "the quality class")->required();
+  command
+      ->add_option("--format", arguments->format, "default, PCM16, ADPCM, ADPCM+, PCM8 or ADPCMVS")
+      ->required();
+  command->add_option("--node", arguments->node,
+                      "the node for a single file; one that exists gets a further class");
+  command->add_flag("-r,--recursive", arguments->recursive, "look into the folders of folders");
+  line.Chooses(command, [&line, arguments] { return Import(line.context, *arguments); });
+}
+
+void AddList(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      line.AddOnDatabase(app, "list", "List all nodes with their samples.", "list game.db");
+  const auto json = Arguments<bool>();
+  command->add_flag("--json", *json, "as JSON");
+  line.Chooses(command, [&line, json] { return List(line.context, *json); });
+}
+
+void AddInfo(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "info",
+      "Show all of a node: numbers, loop, sizes, and how near its sound is to the raw.",
+      "info game.db kick");
+  const auto node = Arguments<std::string>();
+  const auto json = Arguments<bool>();
+  command->add_option("NODE", *node, "the node")->required();
+  command->add_flag("--json", *json, "as JSON");
+  line.Chooses(command, [&line, node, json] { return Info(line.context, *node, *json); });
+}
+
+void AddExport(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "export", "Write a sample to a file: raw and decoded as WAV, extra data as JSON.",
+      "export game.db kick --class High --as decoded kick-decoded.wav");
+  const auto arguments = Arguments<ExportArguments>();
+  const std::map<std::string, ExportAs> kinds = {{"raw", ExportAs::kRaw},
+                                                 {"decoded", ExportAs::kDecoded},
+                                                 {"encoded", ExportAs::kEncoded},
+                                                 {"extra", ExportAs::kExtra}};
+  command->add_option("NODE", arguments->node, "the node")->required();
+  command
+      ->add_option("OUT", arguments->target,
+                   "the file; encoded channels of several get .chN in front of its extension")
+      ->required();
+  command->add_option("--class", arguments->qualityClass, "the quality class")->required();
+  command->add_option("--as", arguments->as, "raw, decoded, encoded or extra")
+      ->required()
+      ->transform(CLI::CheckedTransformer(kinds));
+  command->add_option("--channel", arguments->channel,
+                      "this channel alone, from 0 (encoded and extra)");
+  command->add_flag("--force", arguments->force, "replace the file if it exists");
+  line.Chooses(command, [&line, arguments] { return Export(line.context, *arguments); });
+}
+
+struct SampleArguments {
+  std::string node;
+  std::string qualityClass;
+  std::string format;
+};
+
+void AddFormat(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(app, "format", "Encode a sample in another format.",
+                                         "format game.db kick High ADPCM+");
+  const auto arguments = Arguments<SampleArguments>();
+  command->add_option("NODE", arguments->node, "the node")->required();
+  command->add_option("CLASS", arguments->qualityClass, "the quality class")->required();
+  command->add_option("FORMAT", arguments->format, "default, PCM16, ADPCM, ADPCM+, PCM8 or ADPCMVS")
+      ->required();
+  line.Chooses(command, [&line, arguments] {
+    return Format(line.context, arguments->node, arguments->qualityClass, arguments->format);
+  });
+}
+
+void AddRemove(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(app, "remove", "Remove a node, or one sample of it.",
+                                         "remove game.db kick Low");
+  const auto node = Arguments<std::string>();
+  const auto qualityClass = Arguments<std::optional<std::string>>();
+  command->add_option("NODE", *node, "the node")->required();
+  command->add_option("CLASS", *qualityClass, "the class of the one sample to remove");
+  line.Chooses(command,
+               [&line, node, qualityClass] { return Remove(line.context, *node, *qualityClass); });
+}
+
+void AddVerbs(CLI::App& app, CommandLine& line) {
+  AddNew(app, line);
+  AddClassVerbs(app, line);
+  AddFolder(app, line);
+  AddLock(app, line, true);
+  AddLock(app, line, false);
+  AddImport(app, line);
+  AddList(app, line);
+  AddInfo(app, line);
+  AddExport(app, line);
+  AddFormat(app, line);
+  AddRemove(app, line);
+}
+
+int Report(const Failure& failure, int code) {
+  std::cerr << "samplehost: " << failure.what() << '\n';
+  if (!failure.advice().empty()) std::cerr << "  " << failure.advice() << '\n';
+  return code;
+}
+
+int RunVerb(const CommandLine& line) {
+  try {
+    const int code = line.verb();
+    std::cout.flush();
+    if (std::cout) return code;
+    return Report(Failure("Standard output could not be written."), kSomeFailed);
+  } catch (const UsageFailure& failure) {
+    return Report(failure, kUsage);
+  } catch (const Failure& failure) {
+    return Report(failure, kSomeFailed);
+  } catch (const std::bad_alloc&) {
+    return Report(Failure("Out of memory."), kSomeFailed);
+  } catch (const std::exception& error) {
+    return Report(Failure(error.what()), kSomeFailed);
+  }
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv) {
+  CLI::App app("samplehost: a database of samples, and the formats they are encoded in.",
+               "samplehost");
+  app.require_subcommand(1);
+  app.footer(
+      "Exit codes: 0 all went well, 1 some failed, 2 usage. \"samplehost VERB --help\" shows "
+      "an example.");
+  CommandLine line;
+  line.context.progress = ::isatty(STDERR_FILENO) != 0;
+  app.add_option("--library", line.context.library,
+                 "path of the SampleData library (SampleData.so beside this program)");
+  AddVerbs(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kAllWell : kUsage;
+  }
+  if (line.context.library.empty()) line.context.library = SampleLibrary::DefaultPath();
+  return RunVerb(line);
+}
+
+}  // namespace samplehost

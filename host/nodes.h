@@ -1,0 +1,176 @@
+// The tree of a database as the library sees it: Root and Node implement the two interfaces that
+// the library calls back on. Nothing that it calls throws.
+//
+// Ownership: the root owns its nodes; a node owns its object of the library. Objects of nodes that
+// left the tree are kept until the end (Root::Release): an object that goes outside a shutdown
+// marks its files for deletion, and the files of a damaged node are still those of its payload.
+//
+// Class references: a node holds one reference for each of its quality classes. The host takes it
+// when the node gains a sample of the class, and gives it back when the node goes; the removal of a
+// single sample gives it back by itself.
+#ifndef HOST_NODES_H_
+#define HOST_NODES_H_
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "PublicIncludes/kelvo_tarvanesampledata.h"
+#include "host/database.h"
+#include "host/library.h"
+#include "host/stream.h"
+#include "host/undo.h"
+
+namespace samplehost {
+
+class Root;
+
+class Node final : public HDBBaseNodeInterface {
+ public:
+  // `access` is the node's object of the library, which the node owns from here on.
+  Node(Root& root, NodeKind kind, NodeRow row, HDBAccessBaseInterface* access);
+  ~Node();
+
+  NodeKind kind() const { return kind_; }
+  const NodeRow& row() const { return row_; }
+  const std::string& name() const { return row_.name; }
+  // The node's object as what it is; only for a node of that kind.
+  SDTarvaneAccessInterface& sample() const;
+  SDSetupInterface& setup() const;
+
+  void set_locked(bool locked) { row_.locked = locked; }
+
+  // Set where the node could not be loaded: why, as the user reads it. Its payload is then kept as
+  // it is, and its object is neither saved nor asked for anything.
+  bool damaged() const { return !damage_.empty(); }
+  const std::string& damage() const { return damage_; }
+  void MarkDamaged(const std::string& reason) { damage_ = reason; }
+
+  // What the database holds for this node as far as the host knows; empty where it does not.
+  MemoryStream::Bytes stored;
+  NodeRow storedRow;
+
+  // While the host loads the node, it may bring derived files up to date, locked or not.
+  void set_loading(bool loading) { loading_ = loading; }
+
+  // The library's last failure on this node, with its code. "Ok" and 0 where there is none.
+  std::string LastError(qz::ulong& code) const;
+  std::string LastError() const;
+
+  // Takes the node out of the lists of the nodes that it references.
+  void DropReferences();
+
+  // HDBBaseNodeInterface
+  bool RequestModifyData() override;
+  bool BeginModify() override;
+  void EndModify(HDBUndoInfo* info) override;
+  bool AddReference(HDBBaseNodeInterface* node) override;
+  const std::list<HDBBaseNodeInterface*>& GetNodesReferencing() const override;
+  HDBAccessBaseInterface* GetTypeInterface() const override;
+  PGIBaseInterface* GetBaseInterface() const override;
+  HDBRootInterface* GetRootInterface() const override;
+  bool IsType(const HDBTypeStorage& type) const override;
+  qz::string GetName() const override;
+
+ private:
+  friend class Root;
+
+  // Where this node stands in the list of a node that it references: it leaves that list without a
+  // search, so that a tree of thousands comes down in linear time.
+  struct Reference {
+    Node* target;
+    std::list<HDBBaseNodeInterface*>::iterator place;
+  };
+
+  Root& root_;
+  NodeKind kind_;
+  NodeRow row_;
+  HDBAccessBaseInterface* access_;
+  std::string damage_;
+  bool loading_ = false;
+  int openModifications_ = 0;
+  std::list<HDBBaseNodeInterface*> referencing_;
+  std::vector<Reference> references_;
+};
+
+class Root final : public HDBRootInterface {
+ public:
+  // `filename` is the full path of the database.
+  Root(SampleLibrary& library, const std::string& filename, const Settings& settings);
+  ~Root();
+  Root(const Root&) = delete;
+  Root& operator=(const Root&) = delete;
+
+  SampleLibrary& library() const { return library_; }
+  const Settings& settings() const { return settings_; }
+  UndoList& undo() { return undo_; }
+  const std::list<std::unique_ptr<Node>>& samples() const { return samples_; }
+  // Null until the setup node was made.
+  Node* setup() const { return setup_.get(); }
+
+  // Makes a node and binds its object. Where the binding fails, the node is in the tree, damaged.
+  // The setup node comes first.
+  Node& Add(NodeKind kind, const NodeRow& row);
+  // By name; a name in another case is taken where there is no exact one. Null for none.
+  Node* Find(const std::string& name) const;
+  // `wanted`, or where that is taken `wanted` with the first free number from 2 on behind it.
+  std::string FreeName(const std::string& wanted);
+
+  // Takes (once) the node's reference of a class; false where the class can count no more.
+  bool HoldClass(Node& node, const std::string& qualityClass);
+  bool CanHoldClass(const std::string& qualityClass) const;
+  unsigned CountOfClass(const std::string& qualityClass) const;
+  // Forgets a reference that the library gave back itself.
+  void ForgetClass(Node& node, const std::string& qualityClass);
+
+  // Ids of the nodes that left the tree since the last save, saved ones or not.
+  std::vector<std::int64_t> deletedIds;
+
+  // What the library hears as the shutdown of the database.
+  void set_shutdown(bool active) { shutdown_ = active; }
+  // Gives all objects back: undo records, sample nodes, then the setup node.
+  void Release();
+
+  // HDBRootInterface
+  HDBBaseNodeInterface* GetSampleSetupNode() const override { return registeredSetup_; }
+  void SetSampleSetupNode(HDBBaseNodeInterface* node) override { registeredSetup_ = node; }
+  qz::string GetFilename() const override { return filename_; }
+  qz::string GetCurrentLoadLocation() const override { return filename_; }
+  bool IsShutDownActive() const override { return shutdown_; }
+  HDBSampleType GetDefaultSampleType() const override { return settings_.defaultType; }
+  bool GetOnlyDefaultSampleType() const override { return settings_.onlyDefault; }
+  void DisableUndo() override { ++undoDisabled_; }
+  void EnableUndo() override { --undoDisabled_; }
+  // Removes a sample node, with an undo record unless undo is disabled. False for a locked node and
+  // where memory ran out. The files of a damaged node stay: nobody knows which are its own.
+  bool DeleteNode(HDBBaseNodeInterface* node) override;
+
+ private:
+  friend class Node;
+
+  void Forget(Node& node);
+  bool GatherUndo(Node& node);
+  void DiscardUndo();
+
+  SampleLibrary& library_;
+  qz::string filename_;
+  Settings settings_;
+  HDBBaseNodeInterface* registeredSetup_ = nullptr;
+  bool shutdown_ = false;
+  int undoDisabled_ = 0;
+  UndoList undo_;
+  std::unique_ptr<Node> setup_;
+  std::list<std::unique_ptr<Node>> samples_;
+  std::list<std::unique_ptr<Node>> retired_;
+  std::unordered_map<std::string, Node*> byName_;  // by lower-case name
+  std::unordered_map<std::string, unsigned> nextNumber_;
+  std::map<std::string, unsigned> classCounts_;
+};
+
+}  // namespace samplehost
+
+#endif  // HOST_NODES_H_

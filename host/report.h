@@ -1,0 +1,46 @@
+// What the verbs print: tables for people, JSON with stable keys for programs.
+#ifndef HOST_REPORT_H_
+#define HOST_REPORT_H_
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "host/sample_data.h"
+
+namespace samplehost {
+
+// Columns as wide as their widest text, two blanks between them. Control characters in texts are
+// shown as escapes, so that no file name can write over the screen.
+class Table {
+ public:
+  explicit Table(std::vector<std::string> heads) { rows_.push_back(std::move(heads)); }
+  // Texts of a row; missing ones at the end are empty.
+  void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+  bool empty() const { return rows_.size() < 2; }
+  void Print(std::ostream& out) const;
+
+ private:
+  std::vector<std::vector<std::string>> rows_;
+};
+
+// `text` with control characters as escapes.
+std::string Printable(const std::string& text);
+
+struct InfoEntry {
+  SampleFacts facts;
+  std::vector<ChannelNoise> noise;
+  std::string problem;  // why there is no noise; empty where there is
+};
+
+// All nodes of a session, in the order in which they were made.
+void PrintList(Session& session, std::ostream& out);
+void PrintListJson(Session& session, std::ostream& out);
+
+// One node. `entries` is empty for a damaged one.
+void PrintInfo(const Node& node, const std::vector<InfoEntry>& entries, std::ostream& out);
+void PrintInfoJson(const Node& node, const std::vector<InfoEntry>& entries, std::ostream& out);
+
+}  // namespace samplehost
+
+#endif  // HOST_REPORT_H_

@@ -1,0 +1,88 @@
+// Session: an open database with its library and its nodes, from open to close.
+//
+// Saving: the setup node first, then the sample nodes, then the commit of one transaction. The
+// setup believes from its own save on that its lists of files are covered by the database. After a
+// save that failed behind that point the library never hears of a shutdown until a whole save has
+// succeeded: it would delete files that the committed database names.
+//
+// What was not saved is dropped at the end, with the files it made.
+#ifndef HOST_SESSION_H_
+#define HOST_SESSION_H_
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/database.h"
+#include "host/library.h"
+#include "host/nodes.h"
+
+namespace samplehost {
+
+struct NewDatabase {
+  std::string path;                                  // full path of the database to make
+  std::string folder = "samples";                    // native; relative to the database's folder
+  std::vector<std::pair<std::string, int>> classes;  // name and level, 0 to 255
+  Settings settings;
+};
+
+class Session {
+ public:
+  // Makes a database and its sample folder, saves and closes it. A failure leaves neither behind.
+  static void Create(const std::string& libraryPath, const NewDatabase& wanted);
+
+  // Opens the database at a full path and loads all its nodes. Failure where the database or its
+  // setup node cannot be used; sample nodes that cannot be loaded are there, damaged.
+  Session(const std::string& libraryPath, const std::string& path);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Root& root() { return root_; }
+  SDSetupInterface& setup() const { return root_.setup()->setup(); }
+  // Full path of the folder of the database, with its backslash: stored names are relative to it.
+  const std::string& folder() const { return folder_; }
+  const std::string& path() const { return path_; }
+  // Full path of the sample folder.
+  std::string SampleFolder() const;
+
+  // A new, empty sample node that is not saved yet. `name` is free.
+  Node& AddNode(const std::string& name);
+  // The node of that name, healthy or damaged; Failure where there is none.
+  Node& Require(const std::string& name);
+  // As Require; Failure for a damaged one too.
+  Node& RequireHealthy(const std::string& name);
+
+  // Failure for names that cannot be a class: files are named after classes.
+  void AddClass(const std::string& name, int level);
+  void RemoveClass(const std::string& name);
+  // Takes (and makes) the folder for new samples. `native` is relative to the database's folder.
+  void SetSampleFolder(const std::string& native);
+
+  // Saves everything or, with a Failure, nothing.
+  void Save();
+
+ private:
+  Session(const std::string& libraryPath, const std::string& path, Database database,
+          const Settings& settings);
+  void LoadNodes();
+  void LoadSetup(const StoredNode& stored);
+  void LoadSample(const StoredNode& stored);
+  void SaveSetup();
+  void SaveNode(Node& node);
+  void ForgetWritten();
+  void MakeTree();
+
+  std::string path_;
+  std::string folder_;
+  SampleLibrary library_;
+  Database database_;
+  Root root_;
+  std::int64_t nextId_ = 1;
+  bool setupRunsAhead_ = false;  // the setup's save stands, and no whole save behind it does
+};
+
+}  // namespace samplehost
+
+#endif  // HOST_SESSION_H_

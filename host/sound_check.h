@@ -1,0 +1,25 @@
+// What the host wants of a sound file before it hands the file to the library, which takes a file's
+// header at its word: that the file can be read, and holds the samples that its header promises.
+#ifndef HOST_SOUND_CHECK_H_
+#define HOST_SOUND_CHECK_H_
+
+#include <optional>
+#include <string>
+
+namespace samplehost {
+
+// Why a file cannot come in, and what the user can do about it.
+struct Refusal {
+  std::string reason;
+  std::string advice;
+};
+
+// Looks at the sound file at a full path; nothing where it may come in.
+std::optional<Refusal> CheckSoundFile(const std::string& path);
+
+// Do names with this extension (without its dot) stand for sound files that the library reads?
+bool IsSoundExtension(const std::string& extension);
+
+}  // namespace samplehost
+
+#endif  // HOST_SOUND_CHECK_H_

@@ -1,0 +1,76 @@
+// The verbs of the command line, without its parsing. Each gives the exit code of the program: 0
+// where all went well, 1 where some failed. Failures that end a verb are thrown. Data goes to `out`
+// (standard output), everything else to `err`.
+#ifndef HOST_VERBS_H_
+#define HOST_VERBS_H_
+
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/export.h"
+
+namespace samplehost {
+
+inline constexpr int kAllWell = 0;
+inline constexpr int kSomeFailed = 1;
+inline constexpr int kUsage = 2;
+
+// What every verb gets.
+struct Context {
+  std::string library;   // native path of the library
+  std::string database;  // native path of the database
+  std::ostream& out = std::cout;
+  std::ostream& err = std::cerr;
+  bool progress = false;  // standard error is a terminal
+};
+
+struct NewArguments {
+  std::string folder = "samples";
+  std::vector<std::string> classes;  // NAME=LEVEL
+  std::string defaultType;           // "raw", "compressed" or empty
+  bool onlyDefault = false;
+};
+int New(const Context& context, const NewArguments& arguments);
+
+int AddClasses(const Context& context, const std::vector<std::string>& classes);  // NAME=LEVEL
+int RemoveClasses(const Context& context, const std::vector<std::string>& names);
+int ListClasses(const Context& context);
+
+// Shows the sample folder, or takes a new one.
+int Folder(const Context& context, const std::optional<std::string>& folder);
+
+int SetLock(const Context& context, const std::string& node, bool locked);
+
+struct ImportArguments {
+  std::vector<std::string> files;
+  std::string qualityClass;
+  std::string format;
+  std::string node;
+  bool recursive = false;
+};
+int Import(const Context& context, const ImportArguments& arguments);
+
+int List(const Context& context, bool json);
+int Info(const Context& context, const std::string& node, bool json);
+
+struct ExportArguments {
+  std::string node;
+  std::string qualityClass;
+  ExportAs as = ExportAs::kRaw;
+  std::string target;
+  std::optional<unsigned> channel;
+  bool force = false;
+};
+int Export(const Context& context, const ExportArguments& arguments);
+
+int Format(const Context& context, const std::string& node, const std::string& qualityClass,
+           const std::string& format);
+// Without a class the whole node.
+int Remove(const Context& context, const std::string& node,
+           const std::optional<std::string>& qualityClass);
+
+}  // namespace samplehost
+
+#endif  // HOST_VERBS_H_
