@@ -84,7 +84,7 @@ class Draft {
   Descriptor file_;
 };
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = 0x40000;
 
 // Copies [at, end) by the kernel while it can, else through a buffer. Ends early, with success, at
 // the end of the source.

@@ -184,7 +184,9 @@ DWORD OpenSearch(LPCSTR text, Search& search) {
   if (parsed != NO_ERROR) return parsed;
   const std::string_view given = text;
   const bool hasWildcards = mask.find_first_of("*?") != std::string::npos;
-  if (folder.folderForm || mask.empty()) return ERROR_FILE_NOT_FOUND;
+  // A folder's content is asked for with a mask; a drive, or a folder with a separator behind it,
+  // is no entry of anything.
+  if (folder.folderForm || mask.empty() || given.back() == ':') return ERROR_FILE_NOT_FOUND;
   if (mask.find_first_of(":\"<>|") != std::string::npos) return ERROR_INVALID_NAME;
 
   if (!hasWildcards) {
