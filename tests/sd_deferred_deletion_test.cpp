@@ -1,0 +1,166 @@
+// When files leave the disk: the lists of the setup node, and a database that closes.
+#include "tests/sd_fixture.h"
+
+namespace sdtest {
+namespace {
+
+using ::testing::IsEmpty;
+
+class FilesToDelete : public SampleDataTest {
+ protected:
+  // The pair of files of one sample, on the disk.
+  SDDeleteInfo Make(const std::string& folder, const std::string& name) {
+    const std::string path = "S:\\db\\samples\\" + folder;
+    DIOFile::CreateDirectoryA(path.c_str());
+    const SDDeleteInfo files =
+        SDTestAccess::Files((path + "\\" + name + ".wav").c_str(),
+                            (path + "\\" + name + ".esmp").c_str(), path.c_str());
+    WriteBytes(Native(files.getRawName()), "raw");
+    WriteBytes(Native(files.getEncodedName()), "encoded");
+    return files;
+  }
+
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& [name, content] : ReadTree(folder_ + "/s/db/samples"))
+      names.push_back(name);
+    return names;
+  }
+
+  SDDeleteInfoList list_;
+};
+
+using ::testing::ElementsAre;
+
+TEST_F(FilesToDelete, GoUpToTheBookmarkOnly) {
+  list_.push_back(Make("a", "High"));
+  const Tree before = Database();
+  EXPECT_TRUE(list_.exec());
+  EXPECT_EQ("", Difference(before, Database())) << "nothing stands in front of the bookmark";
+  list_.setBookmark();
+  list_.push_back(Make("b", "High"));
+  EXPECT_TRUE(list_.exec());
+  EXPECT_THAT(Names(), ElementsAre("b/", "b/High.esmp", "b/High.wav"));
+  EXPECT_EQ(2u, list_.size()) << "the list stays as it is";
+  EXPECT_TRUE(list_.execAll());
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FilesToDelete, TakeTheirFolderAlongUnlessItHoldsOtherFiles) {
+  for (const char* name : {"High", "Low"}) {
+    list_.push_back(Make("a", name));
+    list_.push_back(Make("shared", name));
+  }
+  WriteBytes(folder_ + "/s/db/samples/shared/notes.txt", "not ours");
+  EXPECT_TRUE(list_.execAll());
+  EXPECT_THAT(Names(), ElementsAre("shared/", "shared/notes.txt"));
+}
+
+TEST_F(FilesToDelete, StopAtAFolderThatCannotGo) {
+  list_.push_back(Make("a", "High"));
+  list_.push_back(Make("b", "High"));
+  list_.push_back(Make("c", "High"));
+  // A subfolder is no file, so the folder is tried, and does not go; those behind it are left.
+  ASSERT_TRUE(DIOFile::CreateDirectoryA("S:\\db\\samples\\b\\inner"));
+  EXPECT_FALSE(list_.execAll());
+  EXPECT_THAT(Names(), ElementsAre("b/", "b/inner/", "c/"));
+}
+
+TEST_F(FilesToDelete, AreTakenForGoneWhereTheyCannotBeDeleted) {
+  const SDDeleteInfo files = Make("a", "High");
+  list_.push_back(files);
+  list_.push_back(Make("a", "Low"));
+  ASSERT_TRUE(SetFileAttributesA(files.getRawName().c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_TRUE(list_.execAll());
+  EXPECT_THAT(Names(), ElementsAre("a/", "a/High.wav"));
+  EXPECT_TRUE(list_.execAll()) << "files that are not there are no failure";
+}
+
+TEST_F(FilesToDelete, AreFoundByTheirPathsWhateverTheSpelling) {
+  const SDDeleteInfo files = SDTestAccess::Files("S:\\db\\a\\High.wav", "S:\\db\\a\\High.esmp",  //
+                                                 "S:\\db\\a");
+  list_.push_back(files);
+  EXPECT_TRUE(list_.check(
+      SDTestAccess::Files("s:/DB/a/high.WAV", "S:\\db\\.\\a\\High.esmp", "S:\\db\\\\A")));
+  EXPECT_FALSE(list_.check(SDTestAccess::Files("S:\\db\\a\\High.aif", "S:\\db\\a\\High.esmp",  //
+                                               "S:\\db\\a")));
+}
+
+TEST_F(FilesToDelete, LeaveTheListOneByOneAndLowerTheBookmark) {
+  const SDDeleteInfo a = SDTestAccess::Files("a", "a", "a");
+  const SDDeleteInfo b = SDTestAccess::Files("b", "b", "b");
+  for (const SDDeleteInfo& files : {a, b, a})
+    list_.push_back(files);
+  list_.setBookmark();
+  list_.push_back(b);
+  EXPECT_TRUE(list_.remove(a));
+  EXPECT_EQ(2u, SDTestAccess::Bookmark(list_));
+  EXPECT_TRUE(list_.check(a)) << "an equal entry is left";
+  EXPECT_TRUE(list_.remove(b));
+  EXPECT_EQ(1u, SDTestAccess::Bookmark(list_));
+  EXPECT_TRUE(list_.remove(b));
+  EXPECT_EQ(1u, SDTestAccess::Bookmark(list_)) << "that one stood behind it";
+  EXPECT_FALSE(list_.remove(b));
+  EXPECT_TRUE(list_.remove(a));
+  EXPECT_TRUE(list_.empty());
+  EXPECT_EQ(0u, SDTestAccess::Bookmark(list_));
+}
+
+TEST_F(FilesToDelete, StayWhereMemoryRunsOut) {
+  for (int n = 1;; ++n) {
+    list_.clear();
+    list_.push_back(Make("a folder with a long name", "High"));
+    list_.push_back(Make("b folder with a long name", "High"));
+    FailingAllocation fault(n);
+    const bool done = list_.execAll();
+    if (!fault.Fired()) {
+      EXPECT_TRUE(done);
+      EXPECT_THAT(Names(), IsEmpty());
+      break;
+    }
+  }
+}
+
+// --- A database that closes ---
+
+class ClosingDatabase : public FilesToDelete {
+ protected:
+  // Files that a save covers the deletion of, files marked behind it, and files that no save knows.
+  void Prepare() {
+    FakeNode& node = AddPreparedSetup();
+    SDTestAccess::ToDelete(node.Setup()).push_back(Make("covered", "High"));
+    const qz::string name = "S:\\stored";
+    ASSERT_TRUE(node.Setup().Save(nullptr, &name));
+    SDTestAccess::ToDelete(node.Setup()).push_back(Make("needed", "High"));
+    SDTestAccess::Unsaved(node.Setup()).push_back(Make("unsaved", "High"));
+  }
+};
+
+TEST_F(ClosingDatabase, DeletesWhatTheSavedStateDoesNotNeed) {
+  Prepare();
+  host_.shutDown = true;
+  host_.Close();
+  EXPECT_EQ(nullptr, host_.GetSampleSetupNode());
+  EXPECT_THAT(Names(), ElementsAre("needed/", "needed/High.esmp", "needed/High.wav"));
+}
+
+TEST_F(ClosingDatabase, DeletesNothingWithoutAShutDown) {
+  Prepare();
+  const Tree before = Database();
+  host_.Close();
+  EXPECT_EQ("", Difference(before, Database()));
+}
+
+TEST_F(ClosingDatabase, IsLeftAloneByASetupNodeThatWasRefused) {
+  Prepare();
+  const Tree before = Database();
+  FakeNode& second = host_.AddSetup();
+  SDTestAccess::Unsaved(second.Setup()).push_back(Make("needed", "High"));
+  host_.shutDown = true;
+  host_.Remove(second);
+  host_.shutDown = false;
+  EXPECT_EQ("", Difference(before, Database()));
+}
+
+}  // namespace
+}  // namespace sdtest

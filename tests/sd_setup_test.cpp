@@ -1,0 +1,222 @@
+// The setup node: one per database, its quality classes, its sample folder.
+#include "tests/sd_fixture.h"
+
+namespace sdtest {
+namespace {
+
+using ::testing::ElementsAre;
+
+class SetupNode : public SampleDataTest {
+ protected:
+  SetupNode() : node_(host_.AddSetup()), setup_(node_.Setup()) {}
+
+  std::string Folder() const { return setup_.GetSampleFolder().c_str(); }
+
+  FakeNode& node_;
+  SDSetup& setup_;
+};
+
+TEST_F(SetupNode, RegistersWithTheDatabaseUntilItGoes) {
+  EXPECT_TRUE(node_.InitSucceeded());
+  EXPECT_FALSE(node_.IsDuplicate());
+  EXPECT_EQ(&node_, host_.GetSampleSetupNode());
+  EXPECT_EQ(ID_TYPE_COMMON, setup_.GetRefType());
+  qz::string text;
+  qz::ulong code = 99;
+  EXPECT_FALSE(setup_.GetLastError(text, code));
+  EXPECT_EQ("Ok", text);
+  EXPECT_EQ(0u, code);
+  host_.Remove(node_);
+  EXPECT_EQ(nullptr, host_.GetSampleSetupNode());
+}
+
+TEST_F(SetupNode, RefusesASecondOneAndKeepsTheFirst) {
+  FakeNode& second = host_.AddSetup();
+  EXPECT_FALSE(second.InitSucceeded());
+  EXPECT_TRUE(second.IsDuplicate());
+  qz::string text;
+  qz::ulong code = 0;
+  EXPECT_TRUE(second.Setup().GetLastError(text, code));
+  EXPECT_EQ("Setup node already exists", text);
+  EXPECT_EQ(2u, code);
+  host_.Remove(second);
+  EXPECT_EQ(&node_, host_.GetSampleSetupNode());
+}
+
+TEST_F(SetupNode, HasNoUndoAndCannotBeCopied) {
+  HDBUndoInfo record;
+  EXPECT_TRUE(setup_.DoUndo(&record));
+  EXPECT_TRUE(setup_.GatherDeleteInfo(&record));
+  EXPECT_EQ(nullptr, record.data);
+  EXPECT_TRUE(setup_.DiscardUndoInfo(&record));
+  EXPECT_FALSE(setup_.Copy(&node_));
+  EXPECT_TRUE(setup_.Rename(&node_, "setup"));
+}
+
+TEST_F(SetupNode, NamesPlatformAndFormatsInTheOrderOfTheirIndex) {
+  EXPECT_EQ("Nintendo GAMECUBE", setup_.GetTargetPlatform());
+  EXPECT_THAT(setup_.EnumerateSampleFormats(),
+              ElementsAre("default", "PCM16", "ADPCM", "ADPCM+", "PCM8", "ADPCMVS"));
+}
+
+// --- Classes ---
+
+TEST_F(SetupNode, KeepsClassesByAscendingLevel) {
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.AddQualityClass("five", 5));
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.AddQualityClass("one", 1));
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.AddQualityClass("three", 3));
+  EXPECT_THAT(setup_.EnumerateQualityClasses(), ElementsAre("one", "three", "five"));
+  EXPECT_EQ(3, setup_.GetNumQualityClasses());
+  qz::string name = "untouched";
+  EXPECT_FALSE(setup_.GetQualityClassName(3, name));
+  EXPECT_FALSE(setup_.GetQualityClassNameFromLevel(2, name));
+  EXPECT_EQ("untouched", name);
+  EXPECT_TRUE(setup_.GetQualityClassName(1, name));
+  EXPECT_EQ("three", name);
+  EXPECT_TRUE(setup_.GetQualityClassNameFromLevel(5, name));
+  EXPECT_EQ("five", name);
+}
+
+TEST_F(SetupNode, TakesNamesWithCaseAndRefusesRepeatedOnes) {
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.AddQualityClass("High", 1));
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.AddQualityClass("high", 2));
+  // The name is looked at first.
+  EXPECT_EQ(SDSetup::ERROR_CLASSALREADYEXISTS, setup_.AddQualityClass("High", 2));
+  EXPECT_EQ("Quality Class already defined", FakeHost::ErrorText(node_));
+  EXPECT_EQ(SDSetup::ERROR_LEVELALREADYEXISTS, setup_.AddQualityClass("new", 2));
+  EXPECT_EQ("Quality Level already defined", FakeHost::ErrorText(node_));
+  EXPECT_TRUE(setup_.ProbeQualityClass("high"));
+  EXPECT_FALSE(setup_.ProbeQualityClass("HIGH"));
+  EXPECT_TRUE(setup_.ProbeQualityClass(static_cast<qz::uchar>(1)));
+  EXPECT_FALSE(setup_.ProbeQualityClass(static_cast<qz::uchar>(3)));
+}
+
+TEST_F(SetupNode, GivesLevelsAsTheirBitsStand) {
+  setup_.AddQualityClass("a", 127);
+  setup_.AddQualityClass("b", 128);
+  setup_.AddQualityClass("c", 255);
+  EXPECT_EQ(127, setup_.GetQualityClassLevel("a"));
+  EXPECT_EQ(-128, setup_.GetQualityClassLevel("b"));
+  EXPECT_EQ(-1, setup_.GetQualityClassLevel("c"));
+  EXPECT_EQ(-1, setup_.GetQualityClassLevel("unknown"));
+}
+
+TEST_F(SetupNode, HoldsAClassForEveryLevel) {
+  for (int level = 0; level < 256; ++level) {
+    const std::string name = std::to_string(level);
+    ASSERT_EQ(SDSetup::ERROR_OK,
+              setup_.AddQualityClass(name.c_str(), static_cast<qz::uchar>(level)));
+  }
+  EXPECT_EQ(0, setup_.GetNumQualityClasses());  // cut to 8 bits
+  qz::string name;
+  EXPECT_TRUE(setup_.GetQualityClassName(255, name));
+  EXPECT_EQ("255", name);
+}
+
+TEST_F(SetupNode, KeepsAClassThatIsReferenced) {
+  setup_.AddQualityClass("High", 1);
+  EXPECT_TRUE(setup_.AddRef("High"));
+  EXPECT_EQ(SDSetup::ERROR_CLASSSTILLUSED, setup_.RemoveQualityClass("High"));
+  EXPECT_EQ("Quality Class still used", FakeHost::ErrorText(node_));
+  EXPECT_TRUE(setup_.RemoveRef("High"));
+  EXPECT_FALSE(setup_.RemoveRef("Low"));
+  EXPECT_FALSE(setup_.AddRef("Low"));
+  EXPECT_EQ(SDSetup::ERROR_CLASSDOESNOTEXIST, setup_.RemoveQualityClass("Low"));
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.RemoveQualityClass("High"));
+  EXPECT_EQ(0, setup_.GetNumQualityClasses());
+  EXPECT_FALSE(setup_.RemoveRef("High"));
+}
+
+TEST_F(SetupNode, ChangesNoClassWhileASampleIsCheckedOut) {
+  setup_.AddQualityClass("High", 1);
+  host_.AddSample("first");
+  SDAccess& sample = host_.AddSample("second").Sample();
+  SDTestAccess::CheckedOut(sample) = true;
+  EXPECT_EQ(SDSetup::ERROR_SAMPLESARECHECKEDOUT, setup_.AddQualityClass("High", 1, 3));
+  EXPECT_EQ(SDSetup::ERROR_SAMPLESARECHECKEDOUT, setup_.AddQualityClass("Low", 2));
+  EXPECT_EQ(SDSetup::ERROR_SAMPLESARECHECKEDOUT, setup_.RemoveQualityClass("unknown"));
+  EXPECT_EQ("Some samples are checked out", FakeHost::ErrorText(node_));
+  EXPECT_THAT(setup_.EnumerateQualityClasses(), ElementsAre("High"));
+  SDTestAccess::CheckedOut(sample) = false;
+  EXPECT_EQ(SDSetup::ERROR_OK, setup_.RemoveQualityClass("High"));
+}
+
+// --- Sample folder ---
+
+TEST_F(SetupNode, StoresTheFolderRelativeToTheDatabaseWhereItCan) {
+  // No folder has to exist, and the operation leaves the last error alone.
+  setup_.RemoveQualityClass("unknown");
+  EXPECT_EQ(0, setup_.SetSampleFolder("S:\\db\\samples\\"));
+  EXPECT_EQ(".\\samples\\", Folder());
+  setup_.SetSampleFolder("S:\\other\\");
+  EXPECT_EQ("..\\other\\", Folder());
+  setup_.SetSampleFolder("T:\\elsewhere\\");
+  EXPECT_EQ("T:\\elsewhere\\", Folder());
+  EXPECT_EQ("Quality Class does not exist", FakeHost::ErrorText(node_));
+}
+
+TEST_F(SetupNode, StoresAFolderThatCannotBeExpandedAsGiven) {
+  const std::string tooLong = "S:\\" + std::string(300, 'x') + "/";
+  setup_.SetSampleFolder(tooLong.c_str());
+  EXPECT_EQ(tooLong, Folder());
+}
+
+TEST_F(SetupNode, TakesTheColonForAPartOfTheDatabasesFolder) {
+  host_.filename = "S:game.db";
+  setup_.SetSampleFolder("S:\\samples\\");
+  EXPECT_EQ(".\\samples\\", Folder());
+}
+
+// --- Memory ---
+
+TEST_F(SetupNode, ReportsExhaustedMemoryAndStaysAsItWas) {
+  setup_.AddQualityClass("a name too long for the text's own buffer", 1);
+  setup_.SetSampleFolder("S:\\db\\samples\\");
+  const qz::string added = "another name too long for the text's own buffer";
+  int n = 1;
+  for (;; ++n) {
+    FailingAllocation fault(n);
+    const SDSetup::SDError result = setup_.AddQualityClass(added, 2);
+    if (!fault.Fired()) {
+      EXPECT_EQ(SDSetup::ERROR_OK, result);
+      break;
+    }
+    EXPECT_EQ(SDSetup::ERROR_COULDNOTWRITE, result);
+    EXPECT_EQ(1, setup_.GetNumQualityClasses());
+  }
+  EXPECT_GT(n, 2);
+
+  // Without a failure answer the folder is as it was, or, where its form could not be worked out,
+  // the folder as given.
+  const std::string folder = "S:\\db\\another folder too long for the text's own buffer\\";
+  const qz::string given = folder.c_str();
+  for (n = 1;; ++n) {
+    setup_.SetSampleFolder("S:\\db\\samples\\");
+    FailingAllocation fault(n);
+    setup_.SetSampleFolder(given);
+    if (!fault.Fired()) break;
+    EXPECT_THAT(Folder(), ::testing::AnyOf(".\\samples\\", folder));
+  }
+  for (n = 1;; ++n) {
+    FailingAllocation fault(n);
+    const std::list<qz::string> names = setup_.EnumerateQualityClasses();
+    const std::list<qz::string> formats = setup_.EnumerateSampleFormats();
+    const qz::string stored = setup_.GetSampleFolder();
+    const qz::string platform = setup_.GetTargetPlatform();
+    qz::string name;
+    const bool found = setup_.GetQualityClassName(0, name);
+    qz::string text;
+    qz::ulong code = 1;
+    EXPECT_FALSE(setup_.GetLastError(text, code));
+    if (!fault.Fired()) {
+      EXPECT_EQ(2u, names.size());
+      EXPECT_EQ("Ok", text);
+      break;
+    }
+    EXPECT_EQ(1, names.empty() + formats.empty() + stored.empty() + platform.empty() + !found +
+                     text.empty());
+  }
+}
+
+}  // namespace
+}  // namespace sdtest
