@@ -1,0 +1,412 @@
+// Encoded files: their bytes in each format, and files that are not what they should be.
+#include <cstdlib>
+#include <cstring>
+
+#include "adpcm/adpcm.h"
+#include "tests/sd_fixture.h"
+
+namespace sdtest {
+namespace {
+
+using Bytes = std::string;
+using ExtraData = SDTarvaneAccessInterface::SDExtraData;
+
+constexpr std::size_t kHead = 40;
+constexpr std::size_t kLengths = 8;  // in front of a channel's data
+
+struct Freed {
+  void operator()(void* block) const { std::free(block); }
+};
+
+class EncodedFile : public SampleNodeTest {
+ protected:
+  // The file that an import of `wav` makes.
+  Bytes Encode(const Wav& wav, qz::uchar format) {
+    if (!access_.GetQualityClasses().empty()) {
+      EXPECT_EQ(Access::ERROR_OK, access_.RemoveSample("High"));
+    }
+    Import("kick.wav", wav, format, "High");
+    return EncodedBytes("High");
+  }
+
+  // One channel's chunk, as the table in the head finds it.
+  static std::size_t ChunkAt(const Bytes& file, int channel) {
+    return NumberAt(file, kHead + 4 * static_cast<std::size_t>(channel), 4);
+  }
+  static Bytes Data(const Bytes& file, int channel) {
+    const std::size_t at = ChunkAt(file, channel);
+    return file.substr(at + kLengths, NumberAt(file, at, 4));
+  }
+  static Bytes Extra(const Bytes& file, int channel) {
+    const std::size_t at = ChunkAt(file, channel);
+    return file.substr(at + kLengths + NumberAt(file, at, 4), NumberAt(file, at + 4, 4));
+  }
+
+  // The three readers, and what the host gets through them.
+  Access::SDError ReadInfo(SDInfoIntern& info, SDCompType& type) {
+    return SDTestAccess::ReadEncodedSampleInfo(access_, Record("High"), &info, type);
+  }
+  Access::SDError ReadData(qz::ushort channel, Bytes& bytes) {
+    return Read(&SDTestAccess::ReadEncodedSampleData, channel, bytes);
+  }
+  Access::SDError ReadExtra(qz::ushort channel, Bytes& bytes) {
+    return Read(&SDTestAccess::ReadEncodedExtraSampleData, channel, bytes);
+  }
+  template <class Reader>
+  Access::SDError Read(Reader reader, qz::ushort channel, Bytes& bytes) {
+    void* data = this;
+    qz::ulong size = 99;
+    const Access::SDError error = reader(access_, Record("High"), channel, data, size);
+    EXPECT_EQ(error, LastError());
+    if (error != Access::ERROR_OK) {
+      EXPECT_EQ(nullptr, data);
+      EXPECT_EQ(0u, size);
+      return error;
+    }
+    bytes.assign(static_cast<const char*>(data), size);
+    std::free(data);
+    return error;
+  }
+  // Everything that a host may ask for, for its effects alone.
+  void AskForAll() {
+    qz::ulong size = 0;
+    for (const qz::uchar channel : {qz::uchar{0}, qz::uchar{1}}) {
+      const std::unique_ptr<void, Freed> encoded(access_.GetEncodedData("High", channel, size));
+      const std::unique_ptr<short, Freed> decoded(access_.GetDecodedData("High", channel));
+      const std::unique_ptr<ExtraData> extra(access_.GetExtraData("High", channel));
+      if (extra == nullptr || extra->type != SDTarvaneAccessInterface::EXTRADATA_ADPCMPLUS)
+        continue;
+      // As a host would: as many entries as it was told.
+      for (qz::ulong i = 0; i < extra->data.adpcmp.numBlocks; ++i) {
+        touched_ += extra->data.adpcmp.blockY0[i] + extra->data.adpcmp.blockY1[i];
+      }
+    }
+  }
+
+  long touched_ = 0;
+};
+
+// --- Layout ---
+
+TEST_F(EncodedFile, HasTheSizesOfItsFormat) {
+  EXPECT_EQ(116u, Encode(SomeSound(20), kAdpcm).size());
+  EXPECT_EQ(192u, Encode(SomeSound(20, 2), kAdpcm).size());
+  for (const std::uint32_t n : {0u, 1u, 14u, 15u}) {
+    for (const std::uint16_t channels : {std::uint16_t{1}, std::uint16_t{2}}) {
+      const std::uint32_t frames = (n + 13) / 14;
+      const Wav wav = SomeSound(n, channels);
+      EXPECT_EQ(40 + channels * (12 + 2 * n), Encode(wav, kPcm16).size());
+      EXPECT_EQ(40 + channels * (12 + n), Encode(wav, kPcm8).size());
+      EXPECT_EQ(40 + channels * (60 + 8 * frames), Encode(wav, kAdpcmVs).size());
+      EXPECT_EQ(40 + channels * (60 + 12 * frames), Encode(wav, kAdpcmPlus).size());
+    }
+  }
+}
+
+TEST_F(EncodedFile, StartsWithHeadAndChannelTable) {
+  Wav wav = SomeSound(20, 2);
+  wav.rate = 22050;
+  wav.loop = true;
+  wav.loopStart = 3;
+  wav.loopEnd = 18;
+  const Bytes file = Encode(wav, kAdpcm);
+  const Bytes head(
+      "ESMP\x02\0\x02\0\x22\x56\0\0\0\0\0\0"
+      "\x14\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\x10\0\0\0\0\0\0\0"
+      "\x30\0\0\0\x78\0\0\0"
+      "\x10\0\0\0\x30\0\0\0",
+      kHead + 16);
+  EXPECT_EQ(head, file.substr(0, head.size()));
+  EXPECT_EQ(16u, NumberAt(file, 120, 4));
+  EXPECT_EQ(48u, NumberAt(file, 124, 4));
+}
+
+TEST_F(EncodedFile, HoldsPcmAsItIsWidenedAndNarrowed) {
+  Wav wav;
+  wav.channels = 2;
+  wav.samples = {0x7FFF, -1, 255, 256, -32768, 0x1234};
+  Bytes file = Encode(wav, kPcm16);
+  EXPECT_EQ(Bytes("\xFF\x7F\xFF\0\0\x80", 6), Data(file, 0));
+  EXPECT_EQ(Bytes("\xFF\xFF\0\x01\x34\x12", 6), Data(file, 1));
+  file = Encode(wav, kPcm8);
+  EXPECT_EQ(Bytes("\x7F\0\x80", 3), Data(file, 0));
+  EXPECT_EQ(Bytes("\xFF\x01\x12", 3), Data(file, 1));
+  EXPECT_EQ("", Extra(file, 1));
+
+  wav.bits = 8;
+  wav.samples = {-1, 127, 0, -128, 1, 2};
+  file = Encode(wav, kPcm16);
+  EXPECT_EQ(Bytes("\0\xFF\0\0\0\x01", 6), Data(file, 0));
+  EXPECT_EQ(Bytes("\0\x7F\0\x80\0\x02", 6), Data(file, 1));
+  EXPECT_EQ(Bytes("\xFF\0\x01", 3), Data(Encode(wav, kPcm8), 0));
+}
+
+// More than one block of the writer, with a last one that is not full.
+TEST_F(EncodedFile, HoldsLongPcmWhole) {
+  const Wav wav = SomeSound(70001, 2);
+  const Bytes file = Encode(wav, kPcm16);
+  for (const int channel : {0, 1}) {
+    const Bytes data = Data(file, channel);
+    ASSERT_EQ(140002u, data.size());
+    for (std::size_t i = 0; i < 70001; ++i) {
+      ASSERT_EQ(wav.samples[2 * i + static_cast<std::size_t>(channel)],
+                static_cast<short>(NumberAt(data, 2 * i, 2)))
+          << i;
+    }
+  }
+}
+
+TEST_F(EncodedFile, HoldsEachChannelAsAStreamOfItsOwn) {
+  Wav wav = SomeSound(100, 2);
+  wav.loop = true;
+  wav.loopStart = 30;
+  wav.loopEnd = 99;
+  const Bytes file = Encode(wav, kAdpcmPlus);
+  for (std::size_t channel = 0; channel < 2; ++channel) {
+    std::vector<short> samples;
+    for (std::size_t i = 0; i < 100; ++i) {
+      samples.push_back(static_cast<short>(wav.samples[2 * i + channel]));
+    }
+    qz::ulong count = 100;
+    qz::ulong loop = 30;
+    qz::ulong loopLength = 70;
+    _ADPCMINFO info;
+    ASSERT_EQ(1u, adpcmEncodeSample(samples.data(), &count, &loop, &loopLength, &info, nullptr));
+
+    const Bytes data = Data(file, static_cast<int>(channel));
+    EXPECT_EQ(Bytes(reinterpret_cast<const char*>(info.Data), info.DataBytes), data);
+    const Bytes extra = Extra(file, static_cast<int>(channel));
+    ASSERT_EQ(48 + 4 * info.numBlocks, extra.size());
+    EXPECT_EQ(0, std::memcmp(info.CoefTable, extra.data(), 32));
+    EXPECT_EQ(8u, NumberAt(extra, 32, 2));
+    EXPECT_EQ(2u, NumberAt(extra, 34, 2));
+    EXPECT_EQ(info.loopY0, static_cast<short>(NumberAt(extra, 36, 2)));
+    EXPECT_EQ(info.loopY1, static_cast<short>(NumberAt(extra, 38, 2)));
+    EXPECT_EQ(data[30 / 14 * 8], extra[40]) << "the header byte of the loop start's frame";
+    EXPECT_EQ(data[0], extra[41]);
+    EXPECT_EQ(info.numBlocks, NumberAt(extra, 44, 4));
+    EXPECT_EQ(0, std::memcmp(info.y0, extra.data() + 48, 2 * info.numBlocks));
+    EXPECT_EQ(0, std::memcmp(info.y1, extra.data() + 48 + 2 * info.numBlocks, 2 * info.numBlocks));
+    adpcmFreeEncoded(&info);
+  }
+}
+
+TEST_F(EncodedFile, DiffersBetweenTheAdpcmFormatsOnlyWhereItMust) {
+  Wav wav = SomeSound(15);
+  const Bytes adpcm = Encode(wav, kAdpcm);
+  Bytes vs = Encode(wav, kAdpcmVs);
+  EXPECT_EQ(5u, NumberAt(vs, 6, 2));
+  PutNumber(vs, 6, 2, kAdpcm);
+  EXPECT_EQ(adpcm, vs);
+
+  const Bytes plus = Encode(wav, kAdpcmPlus);
+  EXPECT_EQ(Data(adpcm, 0), Data(plus, 0));
+  EXPECT_EQ(Extra(adpcm, 0).substr(0, 42), Extra(plus, 0).substr(0, 42));
+  EXPECT_EQ(Bytes(6, '\0'), Extra(adpcm, 0).substr(42));
+  EXPECT_EQ(56u, Extra(plus, 0).size());
+  // The state in front of the second frame is what a decoder holds there.
+  const std::unique_ptr<short, Freed> decoded(access_.GetDecodedData("High", 0));
+  EXPECT_EQ(0u, NumberAt(Extra(plus, 0), 48, 2));
+  EXPECT_EQ(decoded.get()[12], static_cast<short>(NumberAt(Extra(plus, 0), 50, 2)));
+  EXPECT_EQ(0u, NumberAt(Extra(plus, 0), 52, 2));
+  EXPECT_EQ(decoded.get()[13], static_cast<short>(NumberAt(Extra(plus, 0), 54, 2)));
+}
+
+TEST_F(EncodedFile, TellsALoopAtTheStartFromNoLoop) {
+  Wav wav = SomeSound(40);
+  for (const qz::uchar format : {kAdpcm, kAdpcmPlus}) {
+    const Bytes none = Extra(Encode(wav, format), 0);
+    EXPECT_EQ(Bytes(5, '\0'), none.substr(36, 5));
+    EXPECT_NE(0, none[41]);
+    wav.loop = true;
+    wav.loopEnd = 39;
+    const Bytes atStart = Extra(Encode(wav, format), 0);
+    EXPECT_EQ(Bytes(4, '\0'), atStart.substr(36, 4));
+    EXPECT_EQ(none[41], atStart[40]);
+    wav.loop = false;
+  }
+}
+
+TEST_F(EncodedFile, HoldsAnEmptySound) {
+  const Bytes file = Encode(SomeSound(0), kAdpcm);
+  EXPECT_EQ("", Data(file, 0));
+  ASSERT_EQ(48u, Extra(file, 0).size());
+  EXPECT_EQ(Bytes(6, '\0'), Extra(file, 0).substr(36, 6));
+}
+
+// --- Readers ---
+
+TEST_F(EncodedFile, IsReadThroughItsTable) {
+  const Bytes file = Encode(SomeSound(20, 2), kAdpcmPlus);
+  const std::size_t first = ChunkAt(file, 0);
+  const std::size_t second = ChunkAt(file, 1);
+  // The second channel's chunk in front, and of another size, with a gap between the two.
+  Bytes moved =
+      file.substr(0, first) + file.substr(second) + "gap" + file.substr(first, second - first);
+  PutNumber(moved, kHead, 4, first + (file.size() - second) + 3);
+  PutNumber(moved, kHead + 4, 4, first);
+  SetEncodedBytes("High", moved);
+  for (const int channel : {0, 1}) {
+    Bytes data;
+    Bytes extra;
+    EXPECT_EQ(Access::ERROR_OK, ReadData(static_cast<qz::ushort>(channel), data));
+    EXPECT_EQ(Access::ERROR_OK, ReadExtra(static_cast<qz::ushort>(channel), extra));
+    EXPECT_EQ(Data(file, channel), data);
+    EXPECT_EQ(Extra(file, channel), extra);
+  }
+}
+
+TEST_F(EncodedFile, TakesTheKeyFromTheRecordAndTheRestFromTheHead) {
+  Encode(SomeSound(20), kAdpcm);
+  Bytes file = EncodedBytes("High");
+  PutNumber(file, 6, 2, 4);
+  PutNumber(file, 8, 4, 48000);
+  PutNumber(file, 12, 4, 0xFFFFFFFF);  // padding
+  PutNumber(file, 16, 8, 0x123456789A);
+  PutNumber(file, 24, 8, 5);
+  PutNumber(file, 32, 8, 6);
+  SetEncodedBytes("High", file);
+  SDInfoIntern info;
+  SDCompType type = SDAccess::COMPTYPE_NONE;
+  EXPECT_EQ(Access::ERROR_OK, ReadInfo(info, type));
+  EXPECT_EQ(SDAccess::COMPTYPE_RAW8, type);
+  EXPECT_EQ(48000u, info.frq);
+  EXPECT_EQ(0x123456789Au, info.length);
+  EXPECT_EQ(5u, info.loop);
+  EXPECT_EQ(6u, info.loopLength);
+  EXPECT_EQ(60, info.orgKey);
+}
+
+TEST_F(EncodedFile, HasNoExtraDataInThePcmFormats) {
+  Encode(SomeSound(5), kPcm8);
+  Bytes extra = "untouched";
+  EXPECT_EQ(Access::ERROR_OK, ReadExtra(0, extra));
+  EXPECT_EQ("", extra);
+}
+
+// --- Files that are not what they should be ---
+
+TEST_F(EncodedFile, WithAnotherIdIsRefused) {
+  Bytes file = Encode(SomeSound(20), kAdpcm);
+  for (std::size_t at = 0; at < 4; ++at) {
+    Bytes damaged = file;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
+    for (const std::size_t length : {kHead, file.size()}) {
+      SetEncodedBytes("High", damaged.substr(0, length));
+      SDInfoIntern info;
+      SDCompType type = SDAccess::COMPTYPE_NONE;
+      Bytes data;
+      EXPECT_EQ(Access::ERROR_COULDNOTREAD, ReadInfo(info, type));
+      EXPECT_EQ(Access::ERROR_BADFORMAT, ReadData(0, data));
+      EXPECT_EQ(Access::ERROR_BADFORMAT, ReadExtra(0, data));
+      // The host hears one code for extra data, whatever the cause.
+      EXPECT_EQ(nullptr, access_.GetExtraData("High", 0));
+      EXPECT_EQ(Access::ERROR_COULDNOTREAD, LastError());
+    }
+  }
+}
+
+TEST_F(EncodedFile, CutAnywhereGivesWhatIsWholeAndRefusesTheRest) {
+  const Bytes file = Encode(SomeSound(20, 2), kAdpcmPlus);
+  for (std::size_t length = 0; length < file.size(); ++length) {
+    SetEncodedBytes("High", file.substr(0, length));
+    SDInfoIntern info;
+    SDCompType type = SDAccess::COMPTYPE_NONE;
+    EXPECT_EQ(length < kHead ? Access::ERROR_COULDNOTREAD : Access::ERROR_OK, ReadInfo(info, type))
+        << length;
+    for (const int channel : {0, 1}) {
+      const std::size_t dataEnd = ChunkAt(file, channel) + kLengths + Data(file, channel).size();
+      const std::size_t extraEnd = dataEnd + Extra(file, channel).size();
+      Bytes bytes;
+      EXPECT_EQ(length < dataEnd ? Access::ERROR_COULDNOTREAD : Access::ERROR_OK,
+                ReadData(static_cast<qz::ushort>(channel), bytes))
+          << length << " " << channel;
+      EXPECT_EQ(length < extraEnd ? Access::ERROR_COULDNOTREAD : Access::ERROR_OK,
+                ReadExtra(static_cast<qz::ushort>(channel), bytes))
+          << length << " " << channel;
+    }
+    AskForAll();
+  }
+}
+
+TEST_F(EncodedFile, WithExtremeNumbersBreaksNothing) {
+  for (const qz::uchar format : {kPcm16, kPcm8, kAdpcm, kAdpcmPlus}) {
+    const Bytes file = Encode(SomeSound(20, 2), format);
+    const std::size_t chunk = ChunkAt(file, 1);
+    std::vector<std::pair<std::size_t, int>> fields = {
+        {4, 2}, {6, 2}, {8, 4}, {16, 8}, {24, 8}, {32, 8}, {kHead, 4}, {kHead + 4, 4}};
+    fields.push_back({chunk, 4});      // dataLen
+    fields.push_back({chunk + 4, 4});  // extraDataLen
+    if (format >= kAdpcm && format != kPcm8) {
+      const std::size_t extra = chunk + kLengths + Data(file, 1).size();
+      fields.insert(fields.end(), {{extra + 32, 2}, {extra + 34, 2}, {extra + 44, 4}});
+    }
+    for (const auto& [at, width] : fields) {
+      for (const std::uint64_t value :
+           {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{0x7FFFFFFF},
+            std::uint64_t{0xFFFFFFFF}, ~std::uint64_t{0}}) {
+        SCOPED_TRACE(testing::Message() << int{format} << " at " << at << " value " << value);
+        Bytes damaged = file;
+        PutNumber(damaged, at, width, value);
+        SetEncodedBytes("High", damaged);
+        SDInfoIntern info;
+        SDCompType type = SDAccess::COMPTYPE_NONE;
+        EXPECT_EQ(Access::ERROR_OK, ReadInfo(info, type));
+        AskForAll();
+      }
+    }
+  }
+}
+
+TEST_F(EncodedFile, WithALengthBeyondItsEndIsRefusedWithoutAnAllocation) {
+  Bytes file = Encode(SomeSound(20), kAdpcm);
+  for (const std::size_t field : {ChunkAt(file, 0), ChunkAt(file, 0) + 4}) {
+    Bytes damaged = file;
+    PutNumber(damaged, field, 4, 0xFFFFFFFF);
+    SetEncodedBytes("High", damaged);
+    Bytes bytes;
+    EXPECT_EQ(Access::ERROR_COULDNOTREAD, ReadExtra(0, bytes));
+  }
+}
+
+TEST_F(EncodedFile, TellsAsManyBlocksAsItHolds) {
+  const Bytes file = Encode(SomeSound(40), kAdpcmPlus);  // 3 frames
+  const std::size_t extra = ChunkAt(file, 0) + kLengths + 24;
+  const auto blocks = [this](const Bytes& bytes) {
+    SetEncodedBytes("High", bytes);
+    const std::unique_ptr<ExtraData> read(access_.GetExtraData("High", 0));
+    EXPECT_NE(nullptr, read);
+    return read == nullptr ? -1 : static_cast<int>(read->data.adpcmp.numBlocks);
+  };
+  EXPECT_EQ(3, blocks(file));
+  Bytes damaged = file;
+  PutNumber(damaged, extra + 44, 4, 2);
+  EXPECT_EQ(2, blocks(damaged));
+  // Of 5 blocks both arrays would need 20 bytes, of which 12 are there: the second array's first
+  // value only.
+  PutNumber(damaged, extra + 44, 4, 5);
+  EXPECT_EQ(1, blocks(damaged));
+  PutNumber(damaged, extra + 44, 4, 0xFFFFFFFF);
+  EXPECT_EQ(0, blocks(damaged));
+}
+
+TEST_F(EncodedFile, FillsCutExtraDataWithZeros) {
+  Bytes file = Encode(SomeSound(20), kAdpcm);
+  const std::size_t chunk = ChunkAt(file, 0);
+  PutNumber(file, chunk + 4, 4, 10);
+  SetEncodedBytes("High", file);
+  std::unique_ptr<ExtraData> extra(access_.GetExtraData("High", 0));
+  ASSERT_NE(nullptr, extra);
+  EXPECT_EQ(0, extra->data.adpcm.numCoef);
+  EXPECT_EQ(0, extra->data.adpcm.initialPS);
+  // None at all on a sample that has some by its format: nothing to give, and no failure.
+  PutNumber(file, chunk + 4, 4, 0);
+  SetEncodedBytes("High", file);
+  EXPECT_EQ(nullptr, access_.GetExtraData("High", 0));
+  EXPECT_EQ(Access::ERROR_OK, LastError());
+  EXPECT_EQ(nullptr, access_.GetDecodedData("High", 0));
+  EXPECT_EQ(Access::ERROR_COULDNOTDECODE, LastError());
+}
+
+}  // namespace
+}  // namespace sdtest
