@@ -84,16 +84,16 @@ bool ProvideFolder(const qz::string& path) {
   return info.isDir;
 }
 
-// Takes `path` apart into the names below its root, which is the result.
-qz::string SplitComponents(const qz::string& path, std::list<qz::string>& components) {
-  qz::string rest = path;
+// Takes `path` apart into its root and the names below it. Throws std::bad_alloc.
+bool SplitComponents(const qz::string& path, qz::string& root, std::list<qz::string>& components) {
+  root = path;
   for (;;) {
     qz::string folder;
     qz::string base;
-    DIOFile::SplitName(rest, folder, base);
-    if (base.empty()) return rest;
+    if (!DIOSplitName(root, folder, base)) return false;
+    if (base.empty()) return true;
     components.push_front(std::move(base));
-    rest = std::move(folder);
+    root = std::move(folder);
   }
 }
 
@@ -154,7 +154,8 @@ bool DIOFile::CreatePath(const qz::string& path, bool isFilename) {
     // SplitName would cut the names of a longer one, and other folders would come out.
     if (std::strlen(clean.c_str()) >= MAX_PATH) return false;
     std::list<qz::string> components;
-    qz::string current = SplitComponents(clean, components);
+    qz::string current;
+    if (!SplitComponents(clean, current, components)) return false;
     if (isFilename && !components.empty()) components.pop_back();
     for (const qz::string& component : components) {
       // Also behind a root that ends in a separator: the platform folds the two.

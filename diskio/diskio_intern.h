@@ -1,5 +1,5 @@
 // What the disk layer's files share among themselves: labels of a stream that is being written,
-// the state of a folder search, and the conversion of times.
+// the state of a folder search, and small services.
 //
 // A label is a named position. A reference is a number in the file that holds the position of a
 // label; one that is written before its label exists waits as zeros until the stream is closed.
@@ -51,6 +51,10 @@ struct DIOPrivateFindData {
   qz::string baseBuffer;    // kept for the record's layout; nothing fills it
   qz::string mask;          // what the search was opened with
 };
+
+// DIOFile::SplitName, with an answer: false where the memory is not to be had, and then both texts
+// are empty.
+bool DIOSplitName(const qz::string& full, qz::string& path, qz::string& base);
 
 // Calendar form of a platform time, both UTC. On failure `to` stays as it was.
 bool DIOConvertTime(const FILETIME& from, DIOFile::DIOFileTime& to);

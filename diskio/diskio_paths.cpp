@@ -4,6 +4,7 @@
 #include <string>
 
 #include "diskio/diskio.h"
+#include "diskio/diskio_intern.h"
 #include "platform/platform.h"
 
 namespace {
@@ -103,21 +104,33 @@ bool DIOFile::PathsIdentical(const qz::string& path1, const qz::string& path2) {
   }
 }
 
-void DIOFile::SplitName(const qz::string& full, qz::string& path, qz::string& base) {
+bool DIOSplitName(const qz::string& full, qz::string& path, qz::string& base) {
   char drive[_MAX_DRIVE] = "";
   char folder[_MAX_DIR] = "";
   char name[_MAX_FNAME] = "";
   char extension[_MAX_EXT] = "";
-  ::_splitpath(full.c_str(), drive, folder, name, extension);
-  try {
-    path = std::string(drive).append(folder).c_str();
-    base = std::string(name).append(extension).c_str();
-  } catch (const std::bad_alloc&) {
+  const char* const narrow = full.c_str();
+  // An empty narrow form of a text that is not: an assertion's handler returned.
+  bool split = narrow[0] != '\0' || full.empty();
+  if (split) {
+    ::_splitpath(narrow, drive, folder, name, extension);
+    try {
+      path = std::string(drive).append(folder).c_str();
+      base = std::string(name).append(extension).c_str();
+      TrimSeparators(path);
+    } catch (const std::bad_alloc&) {
+      split = false;
+    }
+  }
+  if (!split) {
     path.clear();
     base.clear();
-    return;
   }
-  TrimSeparators(path);
+  return split;
+}
+
+void DIOFile::SplitName(const qz::string& full, qz::string& path, qz::string& base) {
+  DIOSplitName(full, path, base);
 }
 
 bool DIOFile::ChopExtension(qz::string& name, qz::string& extension) {

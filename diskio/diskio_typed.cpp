@@ -301,6 +301,8 @@ bool DIOTypedStream::ReadString(qz::string& str) {
 bool DIOTypedStream::WriteFormatted(const qz::string& format, bool withTerminator,
                                     std::va_list arguments) {
   const char* const narrowFormat = format.c_str();
+  // The narrow form could not be made, and the assertion's handler returned.
+  if (narrowFormat[0] == '\0' && !format.empty() && format.front() != u'\0') return false;
   char shortText[kShortText];
   const char* text = shortText;
   Block longText;

@@ -296,7 +296,7 @@ TYPED_TEST_P(StreamSuite, TextsEndInCarriageReturnAndLineFeed) {
   EXPECT_TRUE(this->file->WriteStringZ(""));
   EXPECT_EQ(this->Finish(), std::string("a\r\nb"
                                         "\r\r\n\r\n\r\nx\r\n\0\0",
-                                        15));
+                                        16));
 }
 
 TYPED_TEST_P(StreamSuite, TextsAreFormatsAndTheirArgumentsAreLiteral) {

@@ -1,0 +1,186 @@
+// Memory that runs out: each allocation of an operation fails in turn, once and then for good from
+// there. Nothing throws, a success is a whole one, and a failure leaves what it should.
+#include <cstdlib>
+#include <new>
+
+#include "common/qzassert.h"
+#include "tests/diskio_support.h"
+#include "tests/stream_suite.h"
+
+namespace {
+
+struct {
+  int untilFailure = 0;  // 0: off
+  bool forGood = false;
+  bool failed = false;
+} allocations;
+
+void* Allocate(std::size_t size) noexcept {
+  if (allocations.untilFailure > 0 && --allocations.untilFailure == 0) {
+    allocations.failed = true;
+    if (allocations.forGood) allocations.untilFailure = 1;
+    return nullptr;
+  }
+  return std::malloc(size != 0 ? size : 1);
+}
+
+}  // namespace
+
+// Arrays and the forms with an alignment or a size end in these.
+void* operator new(std::size_t size) {
+  void* const memory = Allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+
+namespace {
+
+class MemoryTest : public ::testing::Test {
+ protected:
+  // The text class asserts its narrow buffer; it goes on with an empty text.
+  void SetUp() override {
+    former = qz::SetAssertHandler([](const char*, const char*, int) {});
+  }
+  void TearDown() override { qz::SetAssertHandler(former); }
+
+  // `body` runs with the n-th allocation failing until that is one more than it makes; `after`
+  // gets its result and runs with memory.
+  template <typename Body, typename After>
+  void FailEach(Body body, After after) {
+    for (const bool forGood : {false, true}) {
+      bool failed = true;
+      for (int n = 1; failed; ++n) {
+        SCOPED_TRACE(testing::Message()
+                     << "allocation " << n << (forGood ? " and all behind" : ""));
+        ASSERT_LT(n, 1000);
+        allocations = {n, forGood, false};
+        const bool result = body();
+        failed = allocations.failed;
+        allocations = {};
+        if (!failed) EXPECT_TRUE(result);
+        after(result);
+      }
+    }
+  }
+
+  DIOFile* Open(DIOFile::DIOOpenMode mode) { return DIOFile::OpenFile(folder.Path("f"), mode); }
+
+  diskio_test::TempFolder folder;
+  qz::AssertHandler former = nullptr;
+};
+
+TEST_F(MemoryTest, StreamsOpenWholeOrNotAtAll) {
+  const qz::string path = folder.Path("f");
+  DIOFile* file = nullptr;
+  FailEach([&] { return (file = DIOFile::OpenFile(path, DIOFile::OPENMODE_CREATE)) != nullptr; },
+           [&](bool opened) {
+             if (opened) EXPECT_TRUE(DIOFile::CloseFile(file));
+           });
+}
+
+TEST_F(MemoryTest, TextsAreWrittenWholeOrNotAtAll) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  ASSERT_NE(file, nullptr);
+  const std::string text(5000, '\n');
+  const qz::string format = "a longer format: %s";
+  FailEach([&] { return file->WriteStringZ(format, text.c_str()); },
+           [&](bool written) {
+             EXPECT_EQ(stream_suite::PositionOf(file), written ? 17 + 2 * 5000 + 1 : 0u);
+             EXPECT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+           });
+  qz::string read;
+  FailEach(
+      [&] {
+        file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START);
+        return file->ReadString(read);
+      },
+      [&](bool whole) { EXPECT_EQ(read.size() == 17 + 2 * 5000, whole); });
+  EXPECT_TRUE(DIOFile::CloseFile(file));
+}
+
+TEST_F(MemoryTest, LabelsAndCopiesAreRefusedBeforeTheyWrite) {
+  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
+  DIOFile* source = DIOFile::OpenFile(folder.Path("s"), DIOFile::OPENMODE_CREATE);
+  ASSERT_TRUE(file != nullptr && source != nullptr);
+  ASSERT_TRUE(source->Write(qz::ulong{1}));
+  qz::string name = "a label with a name beyond the small ones, 0";
+  qz::uint64 position = 0;
+  const auto moved = [&](bool written) {
+    EXPECT_EQ(stream_suite::PositionOf(file), position + (written ? 4u : 0u));
+    position = stream_suite::PositionOf(file);
+  };
+  FailEach([&] { return file->WriteLabel(name); }, moved);
+  FailEach([&] { return file->SetLabel(name); },
+           [&](bool set) { EXPECT_EQ(file->GetLabel(name) != ~qz::uint64{0}, set); });
+  FailEach(
+      [&] {
+        return source->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START) && file->Insert(source);
+      },
+      moved);
+  EXPECT_TRUE(DIOFile::CloseFile(source));
+  // Filling the references needs no memory.
+  FailEach([&] { return file == nullptr || DIOFile::CloseFile(file); }, [](bool) {});
+}
+
+TEST_F(MemoryTest, FolderServicesReportAndLeaveNoSearchOpen) {
+  folder.Put("some longer file name with an end.wav", "x");
+  const qz::string mask = folder.Path("some longer*");
+  const qz::string deep = folder.Path("a folder of a longer name\\and one inside of it");
+  DIOFile::DIOFileInfo info;
+  FailEach([&] { return DIOFile::FindFirst(mask, info); },
+           [&](bool found) {
+             EXPECT_EQ(info.privateData != nullptr, found);
+             if (found) EXPECT_TRUE(DIOFile::FindClose(info));
+           });
+  FailEach([&] { return DIOFile::CreatePath(deep, false); },
+           [&](bool made) {
+             if (made) EXPECT_TRUE(DIOFile::Delete(deep));
+           });
+
+  const qz::string path = folder.Path("some longer file name.wav");
+  qz::string result;
+  FailEach([&] { return DIOFile::ExpandPath(path, result); },
+           [&](bool made) {
+             EXPECT_EQ(!result.empty(), made);
+             result = qz::string();
+           });
+  qz::string left = path;  // with room for what is assigned below
+  FailEach([&] { return DIOFile::ChopExtension(left = path, result); },
+           [&](bool made) { EXPECT_EQ(result == "wav", made); });
+  FailEach([&] { return DIOFile::PathsIdentical(path, path); }, [](bool) {});
+  FailEach(
+      [&] {
+        DIOFile::SplitName(path, left, result);
+        return !result.empty();
+      },
+      [&](bool) { EXPECT_EQ(left.empty(), result.empty()); });
+}
+
+}  // namespace
