@@ -60,46 +60,67 @@ class ShortStream final : public DIOTypedStream {
   std::size_t at = 0;
 };
 
-TEST(BlockTest, ShortTransfersEndWhereTheLoopWouldEnd) {
+// What an array operation has to do. The variable starts as the buffer does, as a read fills it
+// directly.
+template <typename T>
+bool ReadElements(DIOFile& file, char* at, qz::ulong count) {
+  for (; count > 0; --count, at += sizeof(T)) {
+    T value;
+    std::memcpy(&value, at, sizeof(T));
+    const bool fine = file.Read(value);
+    std::memcpy(at, &value, sizeof(T));
+    if (!fine) return false;
+  }
+  return true;
+}
+
+template <typename T>
+bool WriteElements(DIOFile& file, const char* at, qz::ulong count) {
+  T value;
+  for (; count > 0; --count, at += sizeof(T)) {
+    std::memcpy(&value, at, sizeof(T));
+    if (!file.Write(value)) return false;
+  }
+  return true;
+}
+
+template <typename T>
+class BlockTest : public ::testing::Test {};
+using ElementTypes = ::testing::Types<qz::ushort, qz::ulong, qz::uint64>;
+TYPED_TEST_SUITE(BlockTest, ElementTypes);
+
+TYPED_TEST(BlockTest, ShortTransfersEndWhereTheLoopWouldEnd) {
   constexpr std::size_t kBlock = 65536;
   constexpr std::size_t kBytes = kBlock + 64;
+  constexpr qz::ulong kCount = kBytes / sizeof(TypeParam);
   const std::string pattern = stream_suite::Pattern(kBytes);
   const std::string blank(kBytes, '\x55');
-  for (const qz::ulong size : {2u, 4u, 8u}) {
-    for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
-      for (const std::size_t limit : {std::size_t{0}, std::size_t{1}, std::size_t{15}, kBlock - 1,
-                                      kBlock, kBlock + 1, kBlock + 16, kBytes}) {
-        for (const std::size_t stride : {kBytes, std::size_t{4096}}) {
-          for (const bool fails : {false, true}) {
-            SCOPED_TRACE(testing::Message()
-                         << "elements of " << size << ", order " << order << ", limit " << limit
-                         << ", stride " << stride << (fails ? ", failing" : ", short"));
-            const qz::ulong count = static_cast<qz::ulong>(kBytes / size);
-            ShortStream block(pattern, limit, stride, fails);
-            ShortStream loop(pattern, limit, stride, fails);
-            block.SetEndian(order);
-            loop.SetEndian(order);
-            std::string fromBlock = blank;
-            std::string fromLoop = blank;
-            EXPECT_EQ(block.Read(fromBlock.data(), size, count), limit == kBytes);
-            EXPECT_EQ(stream_suite::ReadElements(&loop, fromLoop.data(), size, count),
-                      limit == kBytes);
-            EXPECT_TRUE(fromBlock == fromLoop);
-            EXPECT_EQ(stream_suite::PositionOf(&block), stream_suite::PositionOf(&loop));
+  for (const int variant : {0, 1, 2, 3, 4, 5, 6, 7}) {
+    const auto order = (variant & 1) != 0 ? DIOFile::ENDIAN_BIG : DIOFile::ENDIAN_LITTLE;
+    const std::size_t stride = (variant & 2) != 0 ? 4096 : kBytes;
+    const bool fails = (variant & 4) != 0;
+    for (const std::size_t limit : {std::size_t{0}, std::size_t{1}, std::size_t{15}, kBlock - 1,
+                                    kBlock, kBlock + 1, kBlock + 16, kBytes}) {
+      SCOPED_TRACE(testing::Message() << "variant " << variant << ", limit " << limit);
+      ShortStream block(pattern, limit, stride, fails);
+      ShortStream loop(pattern, limit, stride, fails);
+      block.SetEndian(order);
+      loop.SetEndian(order);
+      std::string fromBlock = blank;
+      std::string fromLoop = blank;
+      EXPECT_EQ(block.Read(fromBlock.data(), sizeof(TypeParam), kCount), limit == kBytes);
+      EXPECT_EQ(ReadElements<TypeParam>(loop, fromLoop.data(), kCount), limit == kBytes);
+      EXPECT_TRUE(fromBlock == fromLoop);
+      EXPECT_EQ(stream_suite::PositionOf(&block), stream_suite::PositionOf(&loop));
 
-            ShortStream blockTarget(blank, limit, stride, fails);
-            ShortStream loopTarget(blank, limit, stride, fails);
-            blockTarget.SetEndian(order);
-            loopTarget.SetEndian(order);
-            EXPECT_EQ(blockTarget.Write(pattern.data(), size, count), limit == kBytes);
-            EXPECT_EQ(stream_suite::WriteElements(&loopTarget, pattern.data(), size, count),
-                      limit == kBytes);
-            EXPECT_TRUE(blockTarget.bytes == loopTarget.bytes);
-            EXPECT_EQ(stream_suite::PositionOf(&blockTarget),
-                      stream_suite::PositionOf(&loopTarget));
-          }
-        }
-      }
+      ShortStream blockTarget(blank, limit, stride, fails);
+      ShortStream loopTarget(blank, limit, stride, fails);
+      blockTarget.SetEndian(order);
+      loopTarget.SetEndian(order);
+      EXPECT_EQ(blockTarget.Write(pattern.data(), sizeof(TypeParam), kCount), limit == kBytes);
+      EXPECT_EQ(WriteElements<TypeParam>(loopTarget, pattern.data(), kCount), limit == kBytes);
+      EXPECT_TRUE(blockTarget.bytes == loopTarget.bytes);
+      EXPECT_EQ(stream_suite::PositionOf(&blockTarget), stream_suite::PositionOf(&loopTarget));
     }
   }
 }
