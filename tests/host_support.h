@@ -1,0 +1,197 @@
+// What the tests of samplehost share: a folder of their own, sound files made byte by byte, and the
+// program run as a user runs it.
+#ifndef TESTS_HOST_SUPPORT_H_
+#define TESTS_HOST_SUPPORT_H_
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace host_test {
+
+// A new folder, removed with all that is in it.
+class Folder {
+ public:
+  Folder() {
+    std::string name = (std::filesystem::temp_directory_path() / "hostXXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "no temporary folder";
+    path = name;
+  }
+  ~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  std::string operator/(const std::string& name) const { return path + "/" + name; }
+
+  void Put(const std::string& name, const std::string& bytes) const {
+    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
+    std::ofstream(*this / name, std::ios::binary) << bytes;
+  }
+
+  std::string path;
+};
+
+inline std::string BytesOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Paths of all files under a folder.
+inline std::set<std::string> FilesIn(const std::string& folder) {
+  std::set<std::string> files;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, error)) {
+    if (entry.is_regular_file()) files.insert(entry.path().string());
+  }
+  return files;
+}
+
+inline std::string Little(std::uint32_t value, int bytes) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i)
+    text.push_back(static_cast<char>(value >> (8 * i)));
+  return text;
+}
+
+struct WavOptions {
+  unsigned channels = 1;
+  unsigned length = 1000;  // samples per channel
+  unsigned bits = 16;
+  std::int64_t loopStart = -1;  // -1: no loop
+  std::int64_t loopEnd = -1;    // inclusive
+  unsigned key = 60;
+  std::uint32_t promised = 0;  // size that the data chunk claims; 0: the true one
+};
+
+inline std::string Chunk(const std::string& name, const std::string& data) {
+  return name + Little(static_cast<std::uint32_t>(data.size()), 4) + data +
+         std::string(data.size() & 1, '\0');
+}
+
+// A tone for each channel, no two alike.
+inline std::string WavSamples(const WavOptions& o) {
+  std::string data;
+  for (unsigned i = 0; i < o.length * o.channels; ++i) {
+    const double phase = (i / o.channels) * 0.05 * (1 + i % o.channels);
+    const int value = static_cast<int>(std::lround(12000 * std::sin(phase)));
+    data += o.bits == 8 ? Little(static_cast<std::uint32_t>((value >> 8) + 128), 1)
+                        : Little(static_cast<std::uint32_t>(value), 2);
+  }
+  return data;
+}
+
+inline std::string Wav(const WavOptions& o) {
+  const unsigned frame = o.channels * o.bits / 8;
+  std::string chunks =
+      Chunk("fmt ", Little(1, 2) + Little(o.channels, 2) + Little(32000, 4) +
+                        Little(32000 * frame, 4) + Little(frame, 2) + Little(o.bits, 2));
+  const bool loop = o.loopStart >= 0;
+  std::string sampler = Little(0, 4) + Little(0, 4) + Little(31250, 4) + Little(o.key, 4) +
+                        std::string(12, '\0') + Little(loop ? 1 : 0, 4) + Little(0, 4);
+  if (loop) {
+    sampler += Little(0, 4) + Little(0, 4) + Little(static_cast<std::uint32_t>(o.loopStart), 4) +
+               Little(static_cast<std::uint32_t>(o.loopEnd), 4) + Little(0, 4) + Little(0, 4);
+  }
+  chunks += Chunk("smpl", sampler);
+  std::string data = Chunk("data", WavSamples(o));
+  if (o.promised != 0) data.replace(4, 4, Little(o.promised, 4));
+  chunks += data;
+  return "RIFF" + Little(static_cast<std::uint32_t>(chunks.size() + 4), 4) + "WAVE" + chunks;
+}
+
+// The data of a chunk of a WAV file; empty where it is missing.
+inline std::string ChunkOf(const std::string& wav, const std::string& name) {
+  for (std::size_t at = 12; at + 8 <= wav.size();) {
+    std::uint32_t size = 0;
+    for (int i = 3; i >= 0; --i) {
+      size = size << 8 | static_cast<unsigned char>(wav[at + 4 + static_cast<std::size_t>(i)]);
+    }
+    if (wav.compare(at, 4, name) == 0) return wav.substr(at + 8, size);
+    at += 8 + size + (size & 1);
+  }
+  return {};
+}
+
+struct RunResult {
+  int code = -1;  // exit code, or 128 + signal
+  std::string out;
+  std::string err;
+};
+
+// Starts samplehost with `folder` as its current folder; its outputs go to files there.
+inline pid_t Start(const std::string& folder, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), SAMPLEHOST);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments)
+    argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  const pid_t child = fork();
+  if (child != 0) return child;
+  const bool placed = chdir(folder.c_str()) == 0;
+  for (const auto& [name, target] : {std::pair(".out", 1), std::pair(".err", 2)}) {
+    const int file = open(name, O_CREAT | O_TRUNC | O_WRONLY, 0600);
+    dup2(file, target);
+  }
+  if (placed) execv(argv[0], argv.data());
+  _exit(127);
+}
+
+inline RunResult RunHost(const Folder& folder, const std::vector<std::string>& arguments) {
+  const pid_t child = Start(folder.path, arguments);
+  int status = 0;
+  waitpid(child, &status, 0);
+  RunResult result;
+  result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.out = BytesOf(folder / ".out");
+  result.err = BytesOf(folder / ".err");
+  return result;
+}
+
+// A database game.db with the classes High and Low in a folder of its own.
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Expect(0, {"new", "game.db", "--class", "High=100", "--class", "Low=10"});
+  }
+
+  RunResult Expect(int code, const std::vector<std::string>& arguments) {
+    const RunResult result = RunHost(folder, arguments);
+    EXPECT_EQ(result.code, code) << ::testing::PrintToString(arguments) << '\n' << result.err;
+    return result;
+  }
+
+  // Imports `file` into the class High; the exit code is `code`.
+  RunResult Import(const std::string& file, const std::string& format = "PCM16", int code = 0) {
+    return Expect(code, {"import", "game.db", file, "--class", "High", "--format", format});
+  }
+
+  nlohmann::json List(int code = 0) {
+    return nlohmann::json::parse(Expect(code, {"list", "game.db", "--json"}).out, nullptr, false);
+  }
+
+  nlohmann::json Info(const std::string& node, int code = 0) {
+    return nlohmann::json::parse(Expect(code, {"info", "game.db", node, "--json"}).out, nullptr,
+                                 false);
+  }
+
+  Folder folder;
+};
+
+}  // namespace host_test
+
+#endif  // TESTS_HOST_SUPPORT_H_
