@@ -21,6 +21,10 @@ struct Coefficients {
   int earlier;   // for the one before that
 };
 
+Coefficients Row(const short* coeftable, std::ptrdiff_t row) {
+  return {coeftable[2 * row], coeftable[2 * row + 1]};
+}
+
 struct Candidate {
   int prediction[kBlockSize];  // what a decoder will hold
   int quantum[kFrameSize];
@@ -132,7 +136,7 @@ void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, q
   int bestRow = 0;
   for (int row = 0; row < static_cast<int>(kTableRows); ++row) {
     Candidate* const tried = row == 0 ? best : next;
-    EncodeWithRow(in, {coeftable[2 * row], coeftable[2 * row + 1]}, *tried);
+    EncodeWithRow(in, Row(coeftable, row), *tried);
     // Ties are frequent, and the lower row stays.
     if (row > 0 && tried->error < best->error) {
       next = best;
@@ -145,7 +149,7 @@ void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, q
     inbuffer[static_cast<std::ptrdiff_t>(j) * step] = static_cast<short>(best->prediction[j]);
   }
   outbuffer[0] = static_cast<qz::uchar>(bestRow * 16 | best->scale);
-  for (int m = 0; m < kFrameSize / 2; ++m) {
+  for (std::ptrdiff_t m = 0; m < kFrameSize / 2; ++m) {
     outbuffer[1 + m] =
         static_cast<qz::uchar>((best->quantum[2 * m] & 15) * 16 | (best->quantum[2 * m + 1] & 15));
   }
@@ -154,7 +158,7 @@ void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, q
 void adpcmDecodeFrame(qz::uchar* aramaddr, short* outbuffer, short* coeftable, qz::uchar step) {
   using namespace adpcm;
   const int row = (aramaddr[0] >> 4) & static_cast<int>(kTableRows - 1);
-  const Coefficients c = {coeftable[2 * row], coeftable[2 * row + 1]};
+  const Coefficients c = Row(coeftable, row);
   // 16 bits wide: exponent 15, which no encoder writes, is a gain of -32768.
   const int gain = static_cast<short>(static_cast<qz::ushort>(1u << (aramaddr[0] & 15)));
 

@@ -1,0 +1,238 @@
+// The arithmetic of the table design where its last bit decides. The numbers were found by search:
+// each fails under one plausible change of the order or the kind of an operation.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "adpcm/adpcm.h"
+#include "adpcm/codebook.h"
+#include "adpcm/estimate.h"
+
+namespace {
+
+using Taps = std::array<double, 3>;
+
+// A system of two equations in rows and columns 1 and 2.
+struct System {
+  double values[3][3] = {};
+  double* rows[3] = {values[0], values[1], values[2]};
+  int indx[3] = {};
+  int parity = 0;
+  double vv[3] = {};
+
+  System(double a, double b, double c, double d) {
+    values[1][1] = a, values[1][2] = b, values[2][1] = c, values[2][2] = d;
+  }
+  int Decompose() { return adpcm::lud(rows, 2, indx, &parity, vv); }
+};
+
+std::vector<short> Design(std::vector<short> samples) {
+  std::vector<short> table(adpcm::kTableValues, 99);
+  EXPECT_TRUE(adpcmCoefTableDesign(samples.data(), static_cast<qz::ulong>(samples.size()),
+                                   adpcm::kTableRows, table.data(), 0, nullptr));
+  return table;
+}
+
+std::vector<short> WithZeros(std::vector<short> table) {
+  table.resize(adpcm::kTableValues);
+  return table;
+}
+
+struct Refiner {
+  double scratch[9], ac[3], centroidValues[4][3];
+  double* centroids[4] = {centroidValues[0], centroidValues[1], centroidValues[2],
+                          centroidValues[3]};
+  int count[4];
+
+  void Run(std::vector<Taps>& codebook, std::vector<Taps>& training, int iterations) {
+    std::vector<double*> rows;
+    std::vector<double*> frames;
+    for (Taps& taps : codebook)
+      rows.push_back(taps.data());
+    for (Taps& taps : training)
+      frames.push_back(taps.data());
+    adpcm::refine(rows.data(), 2, static_cast<int>(rows.size()), frames.data(),
+                  static_cast<int>(frames.size()), iterations, 0.0, scratch, ac, count, centroids);
+  }
+};
+
+TEST(Decomposition, LastOfEqualRowsIsThePivot) {
+  System system(2, 1, 2, 3);  // scaled: 1 and 2/3, no tie
+  EXPECT_EQ(system.Decompose(), 0);
+  EXPECT_EQ(system.indx[1], 1);
+  EXPECT_EQ(system.parity, 1);
+
+  System tie(3, 1, 3, -2);
+  EXPECT_EQ(tie.Decompose(), 0);
+  EXPECT_EQ(tie.indx[1], 2);
+  EXPECT_EQ(tie.parity, -1);
+  EXPECT_EQ(tie.values[1][2], -2);
+  EXPECT_EQ(tie.values[2][1], 1);
+  EXPECT_EQ(tie.values[2][2], 3);
+}
+
+TEST(Decomposition, TurnsSingularAndNearlySingularSystemsAway) {
+  EXPECT_EQ(System(0, 0, 1, 2).Decompose(), 1) << "a row of zeros";
+  EXPECT_EQ(System(7, 7, 7, 7).Decompose(), 1) << "a pivot of exactly 0";
+  EXPECT_EQ(System(1e12, 1e12, 1e12, 1e12 + 64).Decompose(), 1) << "pivots 2^34 apart";
+  EXPECT_EQ(System(1e12, 1e12, 1e12, 1e12 + 128).Decompose(), 0);
+}
+
+TEST(Decomposition, SolvesThroughTheRowSwaps) {
+  System system(1, 2, 3, 4);
+  ASSERT_EQ(system.Decompose(), 0);
+  double b[3] = {0, 5, 11};
+  adpcm::lubksb(system.rows, 2, system.indx, b);
+  EXPECT_DOUBLE_EQ(b[1], 1.0);
+  EXPECT_DOUBLE_EQ(b[2], 2.0);
+}
+
+TEST(StepDown, JudgesOnlyTheLowerCoefficientAndOnlyBeyondOne) {
+  double tmp[3];
+  double ref[3];
+  Taps exactlyOne = {1.0, 1.5, 0.5};
+  EXPECT_EQ(adpcm::kfroma(exactlyOne.data(), ref, 2, tmp), 0);
+  EXPECT_EQ(ref[1], 1.0);
+  Taps beyond = {1.0, 1.75, 0.5};
+  EXPECT_EQ(adpcm::kfroma(beyond.data(), ref, 2, tmp), 1);
+  Taps lastBeyond = {1.0, 0.25, 1.5};
+  EXPECT_EQ(adpcm::kfroma(lastBeyond.data(), ref, 2, tmp), 0);
+  EXPECT_EQ(ref[2], 1.5);
+  Taps denominatorZero = {1.0, 0.25, -1.0};
+  EXPECT_EQ(adpcm::kfroma(denominatorZero.data(), ref, 2, tmp), 1);
+}
+
+TEST(StepDown, OneUlpBelowOneIsAUsableDenominator) {
+  // 1 - r * r is 2^-52 and a bit less when factored; both tests of the frame hang on it.
+  const double last = std::nextafter(1.0, 0.0);
+  Taps taps = {1.0, 1.0 + last, last};
+  double ref[3];
+  double tmp[3];
+  EXPECT_EQ(adpcm::kfroma(taps.data(), ref, 2, tmp), 0);
+  EXPECT_EQ(ref[1], (1.0 + last - last * (1.0 + last)) / (1.0 - last * last));
+}
+
+TEST(Reflection, MagnitudesOfOneAndMoreAreClippedAndOthersKept) {
+  const double below = std::nextafter(1.0, 0.0);
+  double ref[5] = {77.0, 1.0, -1.0, below, -1e9};
+  adpcm::clip_reflection(ref, 4);
+  EXPECT_EQ(ref[0], 77.0);
+  EXPECT_EQ(ref[1], 0.9999999999);
+  EXPECT_EQ(ref[2], -0.9999999999);
+  EXPECT_EQ(ref[3], below);
+  EXPECT_EQ(ref[4], -0.9999999999);
+}
+
+TEST(Distance, SumsFromTheFirstTermAndIsNeverClamped) {
+  const auto distance = [](double t1, double t2, double s1, double s2) {
+    const Taps row = {1.0, t1, t2};
+    const Taps frame = {1.0, s1, s2};
+    return adpcm::model_dist(row.data(), frame.data(), 2);
+  };
+  EXPECT_EQ(distance(-0x1.84p+0, -0x1.9p-2, -0x1.bp-2, -0x1.7p-2), 0x1.bc47ce0c7ce0dp+0);
+  EXPECT_EQ(distance(0x1.4p-3, -0x1.2p-2, -0x1.88p-1, -0x1p-4), 0x1.ccd7777777777p-1);
+  EXPECT_EQ(distance(0x1.ap-1, 0x1.18p-1, -0x1.6p-1, 0x1p-3), 0x1.e8b9c71c71c72p+1);
+  EXPECT_EQ(distance(0x1.d4f26aeba2702p-1, 0x1.ffffffff2419p-1, 0x1.d4fdf3b5e0eabp-1,
+                     0x1.ffffffff2419p-1),
+            -0x1.01c6e604p-21);
+}
+
+TEST(Codebook, SplitMovesTheFirstTapOfThePartnerRow) {
+  std::vector<Taps> book = {{1, 0.5, 0.25}, {1, -0.5, 0.125}, {}, {}};
+  double* rows[4] = {book[0].data(), book[1].data(), book[2].data(), book[3].data()};
+  const Taps direction = {0.0, -1.0, 0.0};
+  adpcm::split(rows, direction.data(), 2, 2, 0.01);
+  EXPECT_EQ(book[0], (Taps{1, 0.5, 0.25}));
+  EXPECT_EQ(book[2], (Taps{1, 0.5 - 0.01, 0.25}));
+  EXPECT_EQ(book[3], (Taps{1, -0.5 - 0.01, 0.125}));
+}
+
+TEST(Codebook, LowestOfEquallyDistantRowsTakesTheFrameAndEmptyCellsPredictNothing) {
+  std::vector<Taps> book(3, Taps{1, 0.75, 0.25});
+  std::vector<Taps> training(2, Taps{1, -0.5, 0.125});
+  Refiner refiner;
+  refiner.Run(book, training, 1);
+  EXPECT_EQ(refiner.count[0], 2);
+  EXPECT_NEAR(book[0][1], -0.5, 1e-12);
+  EXPECT_EQ(book[1], (Taps{1, 0, 0}));
+  EXPECT_EQ(book[2], (Taps{1, 0, 0}));
+}
+
+TEST(Codebook, SlightlyNegativeDistancesStillCompare) {
+  // Both rows are below 0 by rounding errors of different size; cut to 0 they would be a tie.
+  const Taps frame = {1.0, 0x1.d4fdf3b5e0eabp-1, 0x1.ffffffff2419p-1};
+  const Taps near = {1.0, 0x1.d4f26aeba2702p-1, 0x1.ffffffff2419p-1};
+  std::vector<Taps> book = {near, frame};
+  std::vector<Taps> training = {frame};
+  Refiner refiner;
+  refiner.Run(book, training, 1);
+  EXPECT_EQ(refiner.count[1], 1);
+}
+
+TEST(Codebook, CentroidsAreDividedByTheirCount) {
+  const auto refined = [](std::size_t frames, double a1, double a2) {
+    std::vector<Taps> book = {{1, 0, 0}};
+    std::vector<Taps> training(frames, Taps{1, a1, a2});
+    Refiner().Run(book, training, 1);
+    return book[0];
+  };
+  EXPECT_EQ(refined(7, 0x1.38p-1, -0x1p-4), (Taps{1, 0x1.3800000000001p-1, -0x1.fffffffffffefp-5}));
+  EXPECT_EQ(refined(5, 0x1.ep-2, -0x1.ep-3), (Taps{1, 0x1.ep-2, -0x1.e000000000002p-3}));
+  EXPECT_EQ(refined(6, 0x1.48p-1, 0x1.6p-3), (Taps{1, 0x1.4800000000002p-1, 0x1.6000000000008p-3}));
+}
+
+TEST(TableDesign, FramesAtOrBelowTheEnergyOfSilenceGiveNoPredictor) {
+  EXPECT_EQ(Design({}), WithZeros({}));
+  EXPECT_EQ(Design(std::vector<short>(100)), WithZeros({}));
+  EXPECT_EQ(Design({1, -3}), WithZeros({})) << "energy 10";
+  EXPECT_NE(Design({1, -3, 1}), WithZeros({})) << "energy 11";
+  // Only the frame's own samples count: the loud frame is history of one that stays silent.
+  std::vector<short> samples(28);
+  samples[13] = 30000;
+  samples[14] = 3;
+  EXPECT_EQ(Design(samples), WithZeros({}));
+}
+
+TEST(TableDesign, ShortStreamsOfOneFrame) {
+  EXPECT_EQ(Design({5, -3, 2}), WithZeros({-1201, -125}));
+  EXPECT_EQ(Design({16, -16}), WithZeros({-1365, -683}));
+}
+
+TEST(TableDesign, SkippedFramesAreStillHistory) {
+  // The constant frame is singular with itself as history and usable behind the silent one.
+  std::vector<short> samples(42, 1000);
+  for (std::size_t i = 0; i < 14; ++i)
+    samples[i] = 0;
+  const std::vector<short> silenceFirst = Design(samples);
+  EXPECT_EQ(silenceFirst, Design({samples.begin(), samples.begin() + 28}));
+  EXPECT_NE(silenceFirst, WithZeros({}));
+}
+
+TEST(TableDesign, RowsStayWithinTheFormatWhateverTheSignal) {
+  std::vector<short> samples;
+  for (int i = 0; i < 5000; ++i) {
+    samples.push_back(static_cast<short>(i % 97 < 48 ? 32767 - i : i % 13 * 2500 - 16000));
+  }
+  const std::vector<short> table = Design(samples);
+  for (std::size_t row = 0; row < adpcm::kTableRows; ++row) {
+    EXPECT_LE(std::abs(table[2 * row]), 4096);
+    EXPECT_LE(std::abs(table[2 * row + 1]), 2048);
+  }
+  EXPECT_EQ(table, Design(samples)) << "the design has no memory";
+}
+
+TEST(TableDesign, OtherTableSizesFillJustTheirRows) {
+  std::vector<short> samples;
+  for (int i = 0; i < 700; ++i)
+    samples.push_back(static_cast<short>(i * i % 331 * 40));
+  for (const qz::ulong size : {1u, 2u, 3u, 5u}) {
+    std::vector<short> table(2 * size + 1, 99);
+    ASSERT_TRUE(adpcmCoefTableDesign(samples.data(), 700, size, table.data(), 0, nullptr));
+    EXPECT_EQ(table[2 * size], 99);
+    EXPECT_NE(table[0], 99);
+  }
+}
+
+}  // namespace
