@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 
 #include "platform/posix_intern.h"
@@ -29,8 +28,8 @@ class Draft {
   int Open(mode_t mode) {
     const std::string folder = target_.substr(0, target_.rfind('/') + 1);
     file_.Reset(OpenNative(folder, O_TMPFILE | O_RDWR, mode));
-    if (file_.IsOpen()) return 0;
-    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
+    if (file_.IsOpen() && access(Self().c_str(), F_OK) == 0) return 0;
+    if (!file_.IsOpen() && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
     for (unsigned tries = 0; tries < kMaxTries; ++tries) {
       const std::string name = NameFor(tries);
       file_.Reset(OpenNative(name, O_RDWR | O_CREAT | O_EXCL, mode));
@@ -73,10 +72,12 @@ class Draft {
            std::to_string(number) + ".tmp";
   }
 
+  // The name under which the kernel lets a file without a name be linked.
+  std::string Self() const { return "/proc/self/fd/" + std::to_string(file_.Get()); }
+
   int Link(const std::string& name) const {
-    char self[40];
-    std::snprintf(self, sizeof self, "/proc/self/fd/%d", file_.Get());
-    return linkat(AT_FDCWD, self, AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+    return linkat(AT_FDCWD, Self().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
+                                                                                            : errno;
   }
 
   const std::string& target_;

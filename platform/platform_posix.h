@@ -151,18 +151,19 @@ inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
 
 // --- The last error of this thread -------------------------------------------------------------
 
-// A failed call sets it. Of the calls that succeed only SetFilePointer and GetFileSize touch it:
-// they set NO_ERROR where the low half of their answer is all ones, which is how their callers
-// tell such an answer from a failure.
+// A failed call sets it. Of the calls that succeed SetFilePointer and GetFileSize set NO_ERROR where
+// the low half of their answer is all ones, which is how their callers tell such an answer from a
+// failure; CreateFileA with CREATE_ALWAYS or OPEN_ALWAYS sets ERROR_ALREADY_EXISTS where the file
+// was there, else NO_ERROR.
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
 // --- Files -------------------------------------------------------------------------------------
 
 // Opens or makes a file. `share` is 0 (no other open, delete, move or copy of the file succeeds
-// while the handle is open, from this process or another) or a FILE_SHARE mask; `security` and
-// `templateFile` are null. INVALID_HANDLE_VALUE on failure. A made file is marked archive. A folder
-// cannot be opened.
+// while the handle is open, from this process or another) or a FILE_SHARE mask, which lets in every
+// other open that shares, whatever the bits, and copies; `security` and `templateFile` are null.
+// INVALID_HANDLE_VALUE on failure. A made file is marked archive. A folder cannot be opened.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD attributes, HANDLE templateFile);
 
@@ -187,8 +188,8 @@ BOOL CloseHandle(HANDLE handle);
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write);
 BOOL FileTimeToSystemTime(const FILETIME* fileTime, SYSTEMTIME* systemTime);
 
-// FILE_ATTRIBUTE_NORMAL alone where no flag is set. Read-only is the absence of every write
-// permission.
+// FILE_ATTRIBUTE_NORMAL alone where no flag is set. Read-only of a file is the absence of every
+// write permission; of a folder it is a flag that stops nothing but its removal.
 DWORD GetFileAttributesA(LPCSTR name);
 BOOL SetFileAttributesA(LPCSTR name, DWORD attributes);
 
@@ -209,7 +210,8 @@ BOOL CopyFileA(LPCSTR from, LPCSTR to, BOOL failIfExists);
 // --- Searches ----------------------------------------------------------------------------------
 
 // The mask's last component may hold '*' and '?'; "*.*" matches names without a dot. "." and ".."
-// come first, as on every folder but a root. A mask that ends in a separator finds nothing.
+// come first, as on every folder but a root; the others come in the order of their bytes. A mask
+// that ends in a separator finds nothing. Names that no path in our notation can reach are left out.
 HANDLE FindFirstFileA(LPCSTR mask, WIN32_FIND_DATAA* data);
 BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
 BOOL FindClose(HANDLE search);
@@ -264,7 +266,7 @@ using HINSTANCE = const HINSTANCE__*;
 using HMODULE = HINSTANCE;
 
 // Copies the text `id` into `buffer`, cut to size - 1 characters. Its length, or 0 for a missing
-// text, and the buffer is then untouched.
+// text, and the buffer is then the empty text.
 int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size);
 
 // --- UUIDs -------------------------------------------------------------------------------------

@@ -17,6 +17,8 @@ struct statx;
 
 namespace platform::posix {
 
+static_assert(sizeof(off_t) == 8, "files have 4 GiB and more");
+
 // --- Errors ------------------------------------------------------------------------------------
 
 // The error number of an errno, for calls that have no better one for their case.

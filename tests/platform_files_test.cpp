@@ -1,0 +1,254 @@
+// Files: who keeps whom out, what the read-only bit stops, what a copy keeps and leaves behind.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "platform_support.h"
+
+namespace {
+
+constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
+
+class Files : public PlatformTest {
+ protected:
+  // What another process gets when it tries `body`.
+  template <typename Body>
+  static int InChild(Body body) {
+    const pid_t child = fork();
+    if (child == 0) _exit(body());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+};
+
+TEST_F(Files, AnOpenWithoutSharingShutsOutEverybody) {
+  Put("a.wav", "1");
+  const HANDLE file = Open("T:\\a.wav");
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  const auto attempts = [] {
+    if (TryOpen("T:\\a.wav") != ERROR_SHARING_VIOLATION) return 1;
+    if (TryOpen("T:\\A.WAV", GENERIC_READ, kShared) != ERROR_SHARING_VIOLATION) return 2;
+    if (TryOpen("T:\\a.wav", kReadWrite, 0, CREATE_ALWAYS) != ERROR_SHARING_VIOLATION) return 3;
+    if (platform::fopen("T:\\a.wav", "rb") != nullptr || errno != EACCES) return 4;
+    if (DeleteFileA("T:\\a.wav") || GetLastError() != ERROR_SHARING_VIOLATION) return 5;
+    if (MoveFileA("T:\\a.wav", "T:\\b.wav")) return 6;
+    if (CopyFileA("T:\\a.wav", "T:\\b.wav", TRUE)) return 7;
+    return GetFileAttributesA("T:\\a.wav") == FILE_ATTRIBUTE_ARCHIVE ? 0 : 8;
+  };
+  EXPECT_EQ(attempts(), 0);
+  EXPECT_EQ(InChild(attempts), 0);
+  EXPECT_EQ(Content("a.wav"), "1") << "a refused CREATE_ALWAYS must not empty the file";
+  EXPECT_FALSE(Exists("b.wav"));
+  CloseHandle(file);
+  EXPECT_EQ(InChild([] { return static_cast<int>(TryOpen("T:\\a.wav")); }), 0);
+}
+
+TEST_F(Files, TheLockEndsWithTheHandleEvenWhileAForkedChildLives) {
+  Put("a.wav", "1");
+  const HANDLE file = Open("T:\\a.wav");
+  const pid_t child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  CloseHandle(file);
+  EXPECT_EQ(TryOpen("T:\\a.wav", kReadWrite), NO_ERROR);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+TEST_F(Files, SharedReadersAndCopiesGoTogether) {
+  Put("a.wav", "1");
+  const HANDLE one = Open("T:\\a.wav", GENERIC_READ, kShared);
+  const HANDLE two = Open("T:\\a.wav", GENERIC_READ, kShared);
+  EXPECT_NE(two, INVALID_HANDLE_VALUE);
+  EXPECT_TRUE(CopyFileA("T:\\a.wav", "T:\\b.wav", TRUE));
+  EXPECT_FALSE(DeleteFileA("T:\\a.wav"));
+  CloseHandle(one);
+  CloseHandle(two);
+  EXPECT_TRUE(DeleteFileA("T:\\a.wav"));
+}
+
+TEST_F(Files, NoOpenWinsAFileThatIsBeingReplaced) {
+  // Whoever gets in must hold the file that the name leads to, not one that was just deleted, so
+  // that two are never in at once.
+  std::atomic<int> counter{0};
+  std::atomic<int> held{0};
+  std::atomic<bool> clash{false};
+  const auto work = [&] {
+    for (int i = 0; i < 300; ++i) {
+      const HANDLE file = Open("T:\\lock", kReadWrite, 0, OPEN_ALWAYS);
+      if (file == INVALID_HANDLE_VALUE) {
+        DeleteFileA("T:\\lock");
+        continue;
+      }
+      if (held.exchange(1) != 0) clash = true;
+      ++counter;
+      std::this_thread::yield();
+      held = 0;
+      CloseHandle(file);
+      DeleteFileA("T:\\lock");
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back(work);
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_FALSE(clash);
+  EXPECT_GT(counter, 0);
+}
+
+TEST_F(Files, ReadOnlyHoldsForRootToo) {
+  Put("a.wav", "1");
+  ASSERT_TRUE(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+  EXPECT_EQ(GetFileAttributesA("T:\\a.wav"), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+  EXPECT_EQ(TryOpen("T:\\a.wav", GENERIC_WRITE), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(TryOpen("T:\\a.wav", GENERIC_WRITE, 0, TRUNCATE_EXISTING), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(platform::fopen("T:\\a.wav", "w+b"), nullptr);
+  EXPECT_FALSE(DeleteFileA("T:\\a.wav"));
+  EXPECT_FALSE(CopyFileA("T:\\a.wav", "T:\\a.wav", FALSE));
+  EXPECT_EQ(Content("a.wav"), "1");
+  // Flags of a read-only file can still change.
+  EXPECT_TRUE(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM));
+  EXPECT_TRUE(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_NORMAL));
+  EXPECT_EQ(GetFileAttributesA("T:\\a.wav"), FILE_ATTRIBUTE_NORMAL);
+  EXPECT_TRUE(DeleteFileA("T:\\a.wav"));
+}
+
+TEST_F(Files, WritingMarksArchiveAndOrdinaryFilesHaveNoRecord) {
+  Put("a.wav", "1");
+  ASSERT_TRUE(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_NORMAL));
+  EXPECT_EQ(TryOpen("T:\\a.wav", kReadWrite), NO_ERROR);
+  EXPECT_EQ(GetFileAttributesA("T:\\a.wav"), FILE_ATTRIBUTE_NORMAL)
+      << "an open alone marks nothing";
+  const HANDLE file = Open("T:\\a.wav", kReadWrite);
+  DWORD done = 0;
+  EXPECT_TRUE(WriteFile(file, "x", 1, &done, nullptr));
+  CloseHandle(file);
+  EXPECT_EQ(GetFileAttributesA("T:\\a.wav"), FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(listxattr((root_ + "/a.wav").c_str(), nullptr, 0), 0);
+}
+
+TEST_F(Files, ReadOnlyOfAFolderStopsItsRemovalAlone) {
+  ASSERT_TRUE(CreateDirectoryA("T:\\dir", nullptr));
+  ASSERT_TRUE(SetFileAttributesA("T:\\dir", FILE_ATTRIBUTE_READONLY));
+  EXPECT_EQ(TryOpen("T:\\dir\\a", GENERIC_WRITE, 0, CREATE_NEW), NO_ERROR);
+  EXPECT_TRUE(DeleteFileA("T:\\dir\\a"));
+  EXPECT_FALSE(RemoveDirectoryA("T:\\dir"));
+  ASSERT_TRUE(SetFileAttributesA("T:\\dir", FILE_ATTRIBUTE_NORMAL));
+  EXPECT_TRUE(RemoveDirectoryA("T:\\dir"));
+}
+
+TEST_F(Files, ACopyKeepsTimeAttributesAndHoles) {
+  const std::string native = root_ + "/big.wav";
+  const off_t size = (off_t{5} << 30) + 3;
+  Put("big.wav", "front");
+  ASSERT_EQ(truncate(native.c_str(), size), 0);
+  const timespec times[2] = {{0, UTIME_NOW}, {1000000000, 123456700}};
+  ASSERT_EQ(utimensat(AT_FDCWD, native.c_str(), times, 0), 0);
+  ASSERT_TRUE(SetFileAttributesA("T:\\big.wav", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+
+  ASSERT_TRUE(CopyFileA("T:\\big.wav", "T:\\copy.wav", TRUE));
+  EXPECT_EQ(GetFileAttributesA("T:\\copy.wav"),
+            FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_ARCHIVE);
+  struct stat copy;
+  ASSERT_EQ(stat((root_ + "/copy.wav").c_str(), &copy), 0);
+  EXPECT_EQ(copy.st_size, size);
+  EXPECT_EQ(copy.st_mtim.tv_sec, 1000000000);
+  EXPECT_EQ(copy.st_mtim.tv_nsec, 123456700);
+  EXPECT_LT(copy.st_blocks, 10000) << "the hole was filled";
+
+  const HANDLE file = Open("T:\\copy.wav");
+  DWORD high = 0;
+  EXPECT_EQ(GetFileSize(file, &high), 0x40000003u);
+  EXPECT_EQ(high, 1u);
+  char text[5];
+  DWORD done = 0;
+  EXPECT_TRUE(ReadFile(file, text, sizeof text, &done, nullptr));
+  EXPECT_EQ(std::string(text, done), "front");
+  FILETIME write;
+  SYSTEMTIME time;
+  ASSERT_TRUE(GetFileTime(file, nullptr, nullptr, &write));
+  ASSERT_TRUE(FileTimeToSystemTime(&write, &time));  // 2001-09-09T01:46:40.123, a Sunday
+  EXPECT_EQ(time.wYear * 10000 + time.wMonth * 100 + time.wDay, 20010909);
+  EXPECT_EQ(time.wHour * 10000 + time.wMinute * 100 + time.wSecond, 14640);
+  EXPECT_EQ(time.wMilliseconds, 123);
+  EXPECT_EQ(time.wDayOfWeek, 0);
+  CloseHandle(file);
+}
+
+TEST_F(Files, AFailedCopyLeavesNothingAndAFullDiskIsTold) {
+  Put("a.wav", std::string(100000, 'x'));
+  EXPECT_EQ(InChild([] {
+              const rlimit limit{50000, 50000};
+              setrlimit(RLIMIT_FSIZE, &limit);
+              std::signal(SIGXFSZ, SIG_IGN);
+              if (CopyFileA("T:\\a.wav", "T:\\b.wav", TRUE)) return 1;
+              return GetLastError() == ERROR_DISK_FULL ? 0 : 2;
+            }),
+            0);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root_), {}), 1);
+
+  platform::MountDrive('D', "/dev");
+  const HANDLE full = Open("D:\\full", GENERIC_WRITE);
+  DWORD done = 7;
+  EXPECT_FALSE(WriteFile(full, "x", 1, &done, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+  EXPECT_EQ(done, 0u);
+  CloseHandle(full);
+  platform::MountDrive('D', "");
+}
+
+TEST_F(Files, MovesAndCopiesCrossFileSystems) {
+  char other[] = "/dev/shm/platform_test_XXXXXX";
+  if (mkdtemp(other) == nullptr) GTEST_SKIP() << "no second file system";
+  platform::MountDrive('S', other);
+  Put("a.wav", "text");
+  ASSERT_TRUE(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_HIDDEN));
+  EXPECT_TRUE(CopyFileA("T:\\a.wav", "S:\\b.wav", TRUE));
+  EXPECT_FALSE(MoveFileA("T:\\a.wav", "S:\\B.WAV"));
+  EXPECT_TRUE(MoveFileA("T:\\a.wav", "S:\\c.wav"));
+  EXPECT_FALSE(Exists("a.wav"));
+  EXPECT_EQ(GetFileAttributesA("S:\\c.wav"), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_ARCHIVE);
+  CreateDirectoryA("T:\\dir", nullptr);
+  EXPECT_FALSE(MoveFileA("T:\\dir", "S:\\dir"));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SAME_DEVICE);
+  platform::MountDrive('S', "");
+  std::filesystem::remove_all(other);
+}
+
+TEST_F(Files, FaultsHitTheNthCallOfAKindAndNothingElse) {
+  Put("a.wav", "1234");
+  int reads = 0;
+  platform::SetFaultHook([&](platform::Call call, const char* path) -> DWORD {
+    if (call == platform::Call::kReadFile && ++reads == 2) return ERROR_READ_FAULT;
+    if (call == platform::Call::kDeleteFile) return *path != 0 ? ERROR_ACCESS_DENIED : NO_ERROR;
+    return call == platform::Call::kCloseHandle ? ERROR_IO_DEVICE : NO_ERROR;
+  });
+  const HANDLE file = Open("T:\\a.wav");
+  char c = 0;
+  DWORD done = 0;
+  EXPECT_TRUE(ReadFile(file, &c, 1, &done, nullptr));
+  EXPECT_FALSE(ReadFile(file, &c, 1, &done, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_READ_FAULT);
+  EXPECT_TRUE(ReadFile(file, &c, 1, &done, nullptr));
+  EXPECT_EQ(c, '2') << "the failed read must not move the position";
+  EXPECT_FALSE(CloseHandle(file));
+  EXPECT_FALSE(DeleteFileA("T:\\a.wav"));
+  platform::SetFaultHook({});
+  EXPECT_FALSE(CloseHandle(file)) << "a close that fails closes all the same";
+  EXPECT_TRUE(DeleteFileA("T:\\a.wav"));
+}
+
+}  // namespace
