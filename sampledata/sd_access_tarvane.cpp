@@ -76,6 +76,8 @@ SampleBlock DecodePcm8(const void* data, qz::ulong size, qz::uint64 length) {
 SampleBlock DecodeAdpcm(void* data, qz::ulong size, qz::uint64 length, short* table) {
   constexpr qz::uint64 kFrame = adpcm::kSamplesPerFrame;
   const qz::uint64 frames = length / kFrame + (length % kFrame != 0 ? 1 : 0);
+  // A length from a stored node can be anything; rounded up it must not start again at 0.
+  if (frames > std::numeric_limits<qz::uint64>::max() / kFrame) return nullptr;
   constexpr qz::uint64 kMostFrames = std::numeric_limits<qz::ulong>::max() / kFrame;
   const qz::uint64 framesThere =
       std::min({frames, qz::uint64{size / adpcm::kBytesPerFrame}, kMostFrames});

@@ -1,0 +1,450 @@
+// The stored form of a sample node, databases that moved, and files that are not what they should
+// be.
+#include <algorithm>
+
+#include "tests/sd_fixture.h"
+
+namespace sdtest {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr std::size_t kFileSizeAt = 4;
+constexpr std::size_t kVersionAt = 44;  // where a database's load starts
+constexpr std::size_t kDataSizeAt = 64;
+constexpr std::size_t kPayloadAt = 72;
+constexpr std::size_t kNumbersSize = 4 + 4 + 2 * (40 + 16);  // a record behind its texts
+
+std::string Text(const qz::string& text) {
+  return std::string(text.c_str()) + '\0';
+}
+
+class StoredSample : public SampleNodeTest {
+ protected:
+  // The node as a node file.
+  std::string Stored() {
+    const qz::string name = "S:\\stored";
+    EXPECT_TRUE(access_.Save(nullptr, &name)) << FakeHost::ErrorText(node_);
+    return ReadBytes(folder_ + "/s/stored");
+  }
+
+  SDAccess::SDError LoadFile(const std::string& bytes) { return LoadFile(bytes, node_); }
+  SDAccess::SDError LoadFile(const std::string& bytes, FakeNode& node) {
+    WriteBytes(folder_ + "/s/stored", bytes);
+    const bool loaded = host_.LoadNodeFile(node, "S:\\stored");
+    DIOFile* again = DIOFile::OpenFile("S:\\stored", DIOFile::OPENMODE_MODIFY);
+    EXPECT_NE(nullptr, again) << "the stream was left open";
+    if (again != nullptr) DIOFile::CloseFile(again);
+    return Outcome(loaded, node);
+  }
+  // From a database's stream in front of which and behind which other things stand.
+  SDAccess::SDError LoadFromDatabase(const std::string& bytes, FakeNode& node) {
+    WriteBytes(folder_ + "/s/database", "head" + bytes);
+    DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_OPEN);
+    EXPECT_TRUE(stream->SetPosition(qz::uint64{4}, DIOFile::SEEKMODE_START));
+    const bool loaded = node.Sample().Load(stream, nullptr);
+    qz::uint64 position = 0;
+    EXPECT_TRUE(stream->GetPosition(position)) << "the host's stream stays open";
+    DIOFile::CloseFile(stream);
+    return Outcome(loaded, node);
+  }
+  static SDAccess::SDError Outcome(bool loaded, const FakeNode& node) {
+    qz::string text;
+    qz::ulong code = 0;
+    node.Sample().GetLastError(text, code);
+    EXPECT_EQ(loaded, code == SDAccess::ERROR_OK);
+    return static_cast<SDAccess::SDError>(code);
+  }
+
+  void ImportTwo() {
+    Import("a.wav", SomeSound(20), kAdpcm, "Low");
+    Wav looped = SomeSound(30, 2);
+    looped.loop = true;
+    looped.loopStart = 5;
+    looped.loopEnd = 28;
+    Import("100% %s.wav", looped, kPcm8, "High");
+  }
+};
+
+TEST_F(StoredSample, HasTheAgreedBytes) {
+  ImportTwo();
+  SetWriteTime(RawPath("Low"), 1000000000, 250000000);  // Sunday, 9 September 2001, 01:46:40
+  const std::string stored = Stored();
+  const std::string head(
+      "KLVO\0\0\0\0\0\0\0\0OBJ TYPE\x10\0\0\0\0\0\0\0"
+      "\x98\xAC\x5A\x14\x5A\xA4\xD3\x11\x87\x63\x00\x50\x04\x69\xA2\x67"
+      "VERS\x04\0\0\0\0\0\0\0\0\0\x01\0DATA",
+      kDataSizeAt);
+  EXPECT_EQ(head.substr(12), stored.substr(12, head.size() - 12));
+  EXPECT_EQ(stored.size(), NumberAt(stored, kFileSizeAt, 8));
+  EXPECT_EQ(stored.size() - kPayloadAt, NumberAt(stored, kDataSizeAt, 8));
+
+  std::size_t at = kPayloadAt;
+  EXPECT_EQ(Text("Low"), stored.substr(at, 4));
+  EXPECT_EQ(2u, NumberAt(stored, at + 4, 4));
+  at += 8;
+  const SDSample& low = Record("Low");
+  const std::string texts = Text("Low") + Text(low.originalName) + Text(low.fileName);
+  EXPECT_EQ(texts, stored.substr(at, texts.size()));
+  at += texts.size();
+  EXPECT_EQ(2u, NumberAt(stored, at, 4));
+  EXPECT_EQ(1u, NumberAt(stored, at + 4, 4));
+  for (const std::size_t info : {at + 8, at + 64}) {
+    EXPECT_EQ(32000u, NumberAt(stored, info, 4));
+    EXPECT_EQ(20u, NumberAt(stored, info + 8, 8));
+    EXPECT_EQ(0u, NumberAt(stored, info + 16, 8));
+    EXPECT_EQ(0u, NumberAt(stored, info + 24, 8));
+    EXPECT_EQ(60u, NumberAt(stored, info + 32, 1));
+  }
+  const std::string time("\xD1\x07\x09\0\0\0\x09\0\x01\0\x2E\0\x28\0\xFA\0", 16);
+  EXPECT_EQ(time, stored.substr(at + 48, 16));
+
+  // The second record is the last, and its texts are literal.
+  at += kNumbersSize;
+  const SDSample& high = Record("High");
+  const std::string more = Text("High") + Text("S:\\wav\\100% %s.wav") + Text(high.fileName);
+  EXPECT_EQ(more, stored.substr(at, more.size()));
+  at += more.size();
+  EXPECT_EQ(4u, NumberAt(stored, at, 4));
+  EXPECT_EQ(2u, NumberAt(stored, at + 4, 4));
+  EXPECT_EQ(5u, NumberAt(stored, at + 8 + 16, 8));
+  EXPECT_EQ(24u, NumberAt(stored, at + 8 + 24, 8));
+  EXPECT_EQ(stored.size(), at + kNumbersSize);
+}
+
+TEST_F(StoredSample, IsTheSameInADatabaseFromTheTypeOn) {
+  ImportTwo();
+  std::string stored = Stored();
+  DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_CREATE);
+  ASSERT_TRUE(stream->Write("head", 1, 4));
+  EXPECT_TRUE(access_.Save(stream, nullptr));
+  ASSERT_TRUE(stream->Write("tail", 1, 4));
+  DIOFile::CloseFile(stream);
+  EXPECT_EQ("head" + stored.substr(16) + "tail", ReadBytes(folder_ + "/s/database"));
+}
+
+TEST_F(StoredSample, ComesBackWhole) {
+  ImportTwo();
+  access_.SetSelQualityClass("High");
+  const std::string stored = Stored();
+  for (const bool ownFile : {true, false}) {
+    FakeNode& node = host_.AddSample("loaded");
+    EXPECT_EQ(SDAccess::ERROR_OK, ownFile
+                                      ? LoadFile(stored, node)
+                                      : LoadFromDatabase(stored.substr(kVersionAt) + "tail", node));
+    SDAccess& loaded = node.Sample();
+    EXPECT_EQ("High", loaded.GetSelQualityClass());
+    EXPECT_THAT(loaded.GetQualityClasses(), ElementsAre("Low", "High"));
+    for (const char* qualClass : {"Low", "High"}) {
+      const SDSample& original = Record(qualClass);
+      const SDSample* copy = SDTestAccess::Samples(loaded).FindSample(qualClass);
+      ASSERT_NE(nullptr, copy);
+      // With its two separators in a row.
+      EXPECT_EQ(original.fileName, copy->fileName);
+      EXPECT_EQ(original.originalName, copy->originalName);
+      EXPECT_EQ(original.compType, copy->compType);
+      EXPECT_EQ(original.numChannels, copy->numChannels);
+      EXPECT_EQ(original.info.length, copy->info.length);
+      EXPECT_EQ(original.info.loop, copy->info.loop);
+      EXPECT_EQ(original.encodedInfo.loopLength, copy->encodedInfo.loopLength);
+      EXPECT_EQ(original.encodedInfo.frq, copy->encodedInfo.frq);
+      EXPECT_EQ(60, copy->info.orgKey);
+      EXPECT_EQ(SDTestAccess::SavedVersion(setup_), copy->savedVersionIdentifier);
+    }
+    // The folder comes from the first sample, without a separator at its end.
+    const std::string folder = SDTestAccess::Folder(access_).c_str();
+    EXPECT_EQ(folder.substr(0, folder.size() - 1), SDTestAccess::Folder(loaded).c_str());
+    // Only the node file's load can be undone.
+    EXPECT_EQ(ownFile, host_.undo.back().node == &node);
+    if (ownFile) {
+      EXPECT_EQ(static_cast<qz::ulong>(UNDO_SDSAMPLE_LOADED), host_.undo.back().info.ID);
+      EXPECT_EQ("load sample node", host_.undo.back().info.description);
+    }
+    // The files are the first node's.
+    host_.shutDown = true;
+    host_.Remove(node);
+    host_.shutDown = false;
+  }
+}
+
+TEST_F(StoredSample, WithoutSamplesLeavesTheFolderAlone) {
+  const std::string stored = Stored();
+  EXPECT_EQ(kPayloadAt + 1 + 4, stored.size());
+  ImportTwo();
+  const qz::string folder = SDTestAccess::Folder(access_);
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_TRUE(access_.GetQualityClasses().empty());
+  EXPECT_EQ("", access_.GetSelQualityClass());
+  EXPECT_EQ(folder, SDTestAccess::Folder(access_));
+}
+
+// --- Save ---
+
+TEST_F(StoredSample, CountsAsSavedOnceItIs) {
+  ImportTwo();
+  EXPECT_NE(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
+  Stored();
+  EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
+  EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record("High").savedVersionIdentifier);
+}
+
+TEST_F(StoredSample, IsNotSavedWithoutItsFiles) {
+  ImportTwo();
+  const qz::string name = "S:\\stored";
+  for (const qz::string& path : {EncodedPath("High"), RawPath("High")}) {
+    const std::string bytes = ReadBytes(Native(path));
+    ASSERT_TRUE(DIOFile::Delete(path));
+    EXPECT_FALSE(access_.Save(nullptr, &name));
+    EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError());
+    EXPECT_FALSE(Exists(name));
+    WriteBytes(folder_ + "/s/restored", bytes);
+    ASSERT_TRUE(DIOFile::Rename("S:\\restored", path));
+  }
+  EXPECT_TRUE(access_.Save(nullptr, &name));
+}
+
+TEST_F(StoredSample, LeavesNoFileBehindAFailedSave) {
+  ImportTwo();
+  const std::string whole = Stored();
+  const qz::string name = "S:\\stored";
+  const auto survives = [&](auto arm, const std::string& what) {
+    DIOFile::Delete(name);
+    const auto armed = arm();
+    const bool saved = access_.Save(nullptr, &name);
+    const bool fired = armed->Fired();
+    if (saved) {
+      EXPECT_EQ(whole, ReadBytes(folder_ + "/s/stored")) << what;
+      return fired;
+    }
+    EXPECT_TRUE(fired);
+    EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError()) << what;
+    EXPECT_FALSE(Exists(name)) << what;
+    return true;
+  };
+  for (int n = 1;
+       survives([n] { return std::make_unique<FailingAllocation>(n); }, std::to_string(n)); ++n) {
+  }
+  // Ends of searches and the deletion of an older file are not looked at.
+  const auto counts = [](platform::Call call, const std::string&) {
+    return call != platform::Call::kDeleteFile && call != platform::Call::kGetFileAttributes &&
+           call != platform::Call::kFindClose;
+  };
+  int n = 1;
+  while (survives([&] { return std::make_unique<FailingCall>(n, counts); },
+                  "platform call " + std::to_string(n))) {
+    ++n;
+  }
+  EXPECT_GT(n, 40);
+}
+
+// --- Load ---
+
+TEST_F(StoredSample, MakesALostEncodedFileAnew) {
+  ImportTwo();
+  const std::string stored = Stored();
+  const std::string encoded = EncodedBytes("Low");
+  const qz::string path = EncodedPath("Low");
+  ASSERT_TRUE(DIOFile::Delete(path));
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_EQ(encoded, ReadBytes(Native(path)));
+}
+
+TEST_F(StoredSample, DoesNotNoticeAnEncodedFileThatIsOutOfDate) {
+  ImportTwo();
+  const std::string stored = Stored();
+  SetEncodedBytes("Low", "stale");
+  SetWriteTime(EncodedPath("Low"), 1);
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_EQ("stale", EncodedBytes("Low"));
+}
+
+TEST_F(StoredSample, KeepsTheSamplesInFrontOfOneThatCannotBeLoaded) {
+  ImportTwo();
+  const std::string stored = Stored();
+  const qz::string raw = RawPath("High");
+  const qz::string encoded = EncodedPath("High");
+  WriteBytes(Native(raw), "no sound any more");
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored)) << "with an encoded file nobody looks";
+  ASSERT_TRUE(DIOFile::Delete(encoded));
+  const std::size_t undo = host_.undo.size();
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTGETSAMPLEINFO, LoadFile(stored));
+  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low"));
+  ASSERT_TRUE(DIOFile::Delete(raw));
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored));
+  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low"));
+  EXPECT_EQ(undo, host_.undo.size());
+}
+
+TEST_F(StoredSample, TakesAStoredFormatAsItStands) {
+  Import("a.wav", SomeSound(20), kAdpcm, "Low");
+  std::string stored = Stored();
+  PutNumber(stored, stored.size() - kNumbersSize, 4, 77);
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_EQ(77u, static_cast<qz::ulong>(Record("Low").compType));
+  const std::string again = Stored();
+  EXPECT_EQ(77u, NumberAt(again, again.size() - kNumbersSize, 4));
+}
+
+// --- Databases that moved ---
+
+TEST_F(StoredSample, FollowsItsFilesFromADatabaseElsewhere) {
+  ImportTwo();
+  const std::string stored = Stored();
+  const qz::string lowRaw = RawPath("Low");
+  host_.loadLocation = "S:\\db\\game.db";
+  host_.filename = "S:\\other\\place\\game.db";
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  const std::string fileName = Record("Low").fileName.c_str();
+  EXPECT_EQ("..\\..\\db\\samples\\", fileName.substr(0, 17));
+  EXPECT_TRUE(DIOFile::PathsIdentical(
+      "S:\\other\\place\\..\\..\\db\\" + qz::string(fileName.substr(9).c_str()), RawPath("Low")));
+  EXPECT_TRUE(Exists(RawPath("Low")));
+  EXPECT_EQ(ReadBytes(Native(lowRaw)), ReadBytes(Native(RawPath("Low"))));
+  EXPECT_EQ(fileName.substr(0, fileName.rfind('\\')), SDTestAccess::Folder(access_).c_str());
+  // What is saved next leads from the new place.
+  EXPECT_NE(std::string::npos, Stored().find(fileName));
+}
+
+// The names are kept as they are only where the two texts are the same, case included.
+TEST_F(StoredSample, ComparesTheTwoPlacesAsTexts) {
+  ImportTwo();
+  const std::string stored = Stored();
+  host_.loadLocation = "s:\\DB\\game.db";
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_EQ(std::string::npos, stored.find(Text(Record("Low").fileName)));
+  EXPECT_TRUE(Exists(RawPath("Low")));
+}
+
+// From one drive to another there is no relative name, and a full one behind the database's folder
+// names nothing.
+TEST_F(StoredSample, IsNotFoundFromAnotherDrive) {
+  ImportTwo();
+  const std::string stored = Stored();
+  ASSERT_TRUE(DIOFile::CreateDirectoryA("T:\\db"));
+  host_.loadLocation = "S:\\db\\game.db";
+  host_.filename = "T:\\db\\game.db";
+  FakeNode& node = host_.AddSample("loaded");
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored, node));
+  EXPECT_TRUE(node.Sample().GetQualityClasses().empty());
+  host_.filename = "S:\\db\\game.db";
+}
+
+// A database that moves with its samples finds them without a word about the old place.
+TEST_F(StoredSample, FindsItsFilesWhenAllMovedToAnotherDrive) {
+  ImportTwo();
+  const std::string stored = Stored();
+  for (const auto& [name, content] : Database()) {
+    const std::string path = folder_ + "/t/" + name;
+    if (name.back() == '/') {
+      DIOFile::CreateDirectoryA(("T:\\" + name).c_str());
+    } else {
+      WriteBytes(path, content);
+    }
+  }
+  host_.filename = "T:\\game.db";
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_EQ("T:\\", std::string(RawPath("High").c_str()).substr(0, 3));
+  EXPECT_TRUE(Exists(RawPath("High")));
+}
+
+// --- Files that are not what they should be ---
+
+TEST_F(StoredSample, RefusesAFileThatEndsEarly) {
+  ImportTwo();
+  const std::string stored = Stored();
+  for (std::size_t length = 0; length < stored.size(); ++length) {
+    const SDAccess::SDError error = LoadFile(stored.substr(0, length));
+    // A name that was cut is looked for, and may not be found, before the cut shows.
+    EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, error) << length;
+  }
+  EXPECT_FALSE(host_.LoadNodeFile(node_, "S:\\no such file"));
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LastError());
+}
+
+TEST_F(StoredSample, RefusesAHeadInWhichAByteIsWrong) {
+  ImportTwo();
+  const std::string stored = Stored();
+  for (std::size_t at = 0; at < kPayloadAt; ++at) {
+    std::string damaged = stored;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
+    SDAccess::SDError expected = SDAccess::ERROR_BADFORMAT;
+    const bool inSize = (at >= kFileSizeAt && at < 12) || (at >= 20 && at < 28) ||
+                        (at >= 48 && at < 56) || at >= kDataSizeAt;
+    if (inSize) expected = SDAccess::ERROR_OK;
+    if (at >= 56 && at < 60) expected = SDAccess::ERROR_BADVERSION;
+    EXPECT_EQ(expected, LoadFile(damaged)) << at;
+    // Ahead of the payload nothing changes.
+    EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low", "High")) << at;
+  }
+  FakeNode& node = host_.AddSample("loaded");
+  EXPECT_EQ(SDAccess::ERROR_BADFORMAT, LoadFromDatabase(stored.substr(16), node))
+      << "the host has read the type";
+}
+
+// In the payload every value means something; what matters is that nothing breaks, in the load or
+// in what is asked of the node behind it.
+TEST_F(StoredSample, SurvivesAnyByteInThePayload) {
+  ImportTwo();
+  const std::string stored = Stored();
+  for (std::size_t at = kPayloadAt; at < stored.size(); ++at) {
+    for (const int value : {0, 0x7F, 0xFF}) {
+      std::string damaged = stored;
+      if (static_cast<unsigned char>(damaged[at]) == value) continue;
+      damaged[at] = static_cast<char>(value);
+      const SDAccess::SDError error = LoadFile(damaged);
+      EXPECT_TRUE(error == SDAccess::ERROR_OK || error == SDAccess::ERROR_COULDNOTREAD ||
+                  error == SDAccess::ERROR_COULDNOTGETSAMPLEINFO)
+          << at << " " << value << ": " << error;
+      host_.DiscardUndo();
+    }
+  }
+}
+
+TEST_F(StoredSample, RefusesMoreRecordsThanItCanCount) {
+  Import("a.wav", SomeSound(20), kAdpcm, "Low");
+  std::string stored = Stored();
+  for (const qz::ulong count : {0x10000u, 0x10001u, 0xFFFFFFFFu}) {
+    PutNumber(stored, kPayloadAt + 4, 4, count);
+    EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored)) << count;
+  }
+}
+
+// Lengths that a stored node promises are believed by no operation that hands data out.
+TEST_F(StoredSample, GivesNoDataBeyondWhatMemoryCanHold) {
+  for (const qz::uchar format : {kPcm16, kPcm8, kAdpcm, kAdpcmPlus}) {
+    Import("a.wav", SomeSound(100), format, "High");
+    std::string stored = Stored();
+    const std::size_t numbers = stored.size() - kNumbersSize;
+    for (const std::uint64_t length : {~std::uint64_t{0}, std::uint64_t{1} << 63}) {
+      PutNumber(stored, numbers + 8 + 8, 8, length);
+      PutNumber(stored, numbers + 8 + 56 + 8, 8, length);
+      ASSERT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+      EXPECT_EQ(nullptr, access_.GetRawData("High", 0));
+      EXPECT_EQ(SDAccess::ERROR_NOMEMORY, LastError());
+      EXPECT_EQ(nullptr, access_.GetDecodedData("High", 0));
+      EXPECT_EQ(SDAccess::ERROR_NOMEMORY, LastError());
+    }
+    ASSERT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("High"));
+  }
+}
+
+TEST_F(StoredSample, ReportsExhaustedMemoryInALoad) {
+  ImportTwo();
+  Stored();
+  const qz::string name = "S:\\stored";
+  for (int n = 1;; ++n) {
+    FailingAllocation fault(n);
+    const bool loaded = host_.LoadNodeFile(node_, name);
+    const bool fired = fault.Fired();
+    EXPECT_TRUE(fired || loaded) << n;
+    EXPECT_EQ(loaded, LastError() == SDAccess::ERROR_OK) << n;
+    if (loaded) {
+      EXPECT_EQ(2u, access_.GetQualityClasses().size()) << n;
+      EXPECT_EQ("S:\\wav\\100% %s.wav", Record("High").originalName) << n;
+    }
+    if (!fired) break;
+  }
+}
+
+}  // namespace
+}  // namespace sdtest
