@@ -75,7 +75,7 @@ class Database {
   void DeleteNode(std::int64_t id);
 
  private:
-  friend struct DatabaseTestAccess;
+  friend struct SessionTestAccess;
 
   struct StatementEnd {
     void operator()(sqlite3_stmt* statement) const;

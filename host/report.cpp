@@ -78,6 +78,8 @@ Json FactsToJson(const SampleFacts& facts) {
   json["length"] = facts.info.length;
   json["loop"] = LoopToJson(facts.info);
   json["key"] = facts.info.orgKey;
+  json["original"] = ShownPath(facts.info.originalName);
+  json["raw_file"] = ShownPath(facts.rawPath.c_str());
   json["raw_bytes"] = OrNull(facts.rawBytes);
   json["encoded_bytes"] = OrNull(facts.encodedBytes);
   json["ratio"] = OrNull(RatioOf(facts));
@@ -210,8 +212,6 @@ void PrintInfoJson(const Node& node, const std::vector<InfoEntry>& entries, std:
   json["classes"] = Json::array();
   for (const InfoEntry& entry : entries) {
     Json sample = FactsToJson(entry.facts);
-    sample["original"] = ShownPath(entry.facts.info.originalName);
-    sample["raw_file"] = ShownPath(entry.facts.rawPath.c_str());
     sample["snr"] = Json::array();
     for (const ChannelNoise& noise : entry.noise) {
       sample["snr"].push_back({{"db", OrNull(noise.db)}, {"exact", noise.exact}});

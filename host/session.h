@@ -64,6 +64,8 @@ class Session {
   void Save();
 
  private:
+  friend struct SessionTestAccess;
+
   Session(const std::string& libraryPath, const std::string& path, Database database,
           const Settings& settings);
   void LoadNodes();

@@ -295,7 +295,9 @@ TEST_F(CommandLine, MovesTheSampleFolderForNewSamplesOnly) {
   Import("kick.wav");
   EXPECT_EQ(FilesIn(folder / "samples").size(), 2u);
   EXPECT_EQ(FilesIn(folder / "my sounds/100%").size(), 2u);
-  for (const nlohmann::json& node : List()["nodes"])
+  const nlohmann::json list = List();
+  EXPECT_EQ(list["nodes"].size(), 2u);
+  for (const nlohmann::json& node : list["nodes"])
     EXPECT_TRUE(node["damaged"].is_null());
   Expect(1, {"folder", "game.db", "."});
   EXPECT_EQ(Expect(0, {"folder", "game.db"}).out, folder / "my sounds/100%\n");

@@ -5,6 +5,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -134,7 +136,9 @@ struct RunResult {
 };
 
 // Starts samplehost with `folder` as its current folder; its outputs go to files there.
-inline pid_t Start(const std::string& folder, std::vector<std::string> arguments) {
+// With a `fileLimit` (bytes) every write beyond that size of a file fails, as on a full disk.
+inline pid_t Start(const std::string& folder, std::vector<std::string> arguments,
+                   rlim_t fileLimit = RLIM_INFINITY) {
   arguments.insert(arguments.begin(), SAMPLEHOST);
   std::vector<char*> argv;
   for (std::string& argument : arguments)
@@ -142,6 +146,9 @@ inline pid_t Start(const std::string& folder, std::vector<std::string> arguments
   argv.push_back(nullptr);
   const pid_t child = fork();
   if (child != 0) return child;
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{fileLimit, fileLimit};
+  setrlimit(RLIMIT_FSIZE, &limit);
   const bool placed = chdir(folder.c_str()) == 0;
   for (const auto& [name, target] : {std::pair(".out", 1), std::pair(".err", 2)}) {
     const int file = open(name, O_CREAT | O_TRUNC | O_WRONLY, 0600);
@@ -151,8 +158,9 @@ inline pid_t Start(const std::string& folder, std::vector<std::string> arguments
   _exit(127);
 }
 
-inline RunResult RunHost(const Folder& folder, const std::vector<std::string>& arguments) {
-  const pid_t child = Start(folder.path, arguments);
+inline RunResult RunHost(const Folder& folder, const std::vector<std::string>& arguments,
+                         rlim_t fileLimit = RLIM_INFINITY) {
+  const pid_t child = Start(folder.path, arguments, fileLimit);
   int status = 0;
   waitpid(child, &status, 0);
   RunResult result;
