@@ -4,7 +4,8 @@
 // The host hands the same abstract class to a node's Load and Save, so the order of the virtual
 // operations is a contract between host and library.
 //
-// Nothing here throws or prints; failures are `false` or null, without a reason.
+// Nothing here throws or prints; failures are `false` or null, without a reason. Copies alone, of
+// texts and of a DIOFileInfo, can throw std::bad_alloc.
 #ifndef DISKIO_DISKIO_H_
 #define DISKIO_DISKIO_H_
 

@@ -24,9 +24,14 @@ void* Allocate(std::size_t size) noexcept {
   return std::malloc(size != 0 ? size : 1);
 }
 
+// Out of line: a compiler that saw `new` end in `free` would warn.
+[[gnu::noinline]] void Release(void* memory) noexcept {
+  std::free(memory);
+}
+
 }  // namespace
 
-// Arrays and the forms with an alignment or a size end in these.
+// The forms for arrays and with sizes end in these.
 void* operator new(std::size_t size) {
   void* const memory = Allocate(size);
   if (memory == nullptr) throw std::bad_alloc();
@@ -35,29 +40,14 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return Allocate(size);
 }
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
 void operator delete(void* memory) noexcept {
-  std::free(memory);
+  Release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+  Release(memory);
 }
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
+  Release(memory);
 }
 
 namespace {

@@ -22,9 +22,15 @@ class FileStreams {
 
 class FileStreamTest : public ::testing::Test {
  protected:
+  void TearDown() override { EXPECT_TRUE(file == nullptr || DIOFile::CloseFile(file)); }
+
   DIOFile* Open(DIOFile::DIOOpenMode mode) { return DIOFile::OpenFile(folder.Path("f"), mode); }
 
+  // Begins a new file as the stream of the test, which ends it.
+  void Create() { ASSERT_NE(file = Open(DIOFile::OPENMODE_CREATE), nullptr); }
+
   TempFolder folder;
+  DIOFile* file = nullptr;
 };
 
 TEST_F(FileStreamTest, OpenModesDecideWhatBecomesOfTheFile) {
@@ -43,8 +49,7 @@ TEST_F(FileStreamTest, OpenModesDecideWhatBecomesOfTheFile) {
       EXPECT_EQ(Open(c.mode), nullptr);
     }
     folder.Put("f", "old text");
-    DIOFile* file = Open(c.mode);
-    ASSERT_NE(file, nullptr);
+    ASSERT_NE(file = Open(c.mode), nullptr);
     EXPECT_EQ(file->GetAccessMode(), c.mode);
     EXPECT_EQ(stream_suite::PositionOf(file), c.start);
     EXPECT_EQ(stream_suite::WriteBytes(file, "new"), writes);
@@ -60,8 +65,7 @@ TEST_F(FileStreamTest, OpenModesDecideWhatBecomesOfTheFile) {
 }
 
 TEST_F(FileStreamTest, AnOpenFileIsShutToAllOthers) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   ASSERT_TRUE(stream_suite::WriteBytes(file, "mine"));
   for (const auto mode : {DIOFile::OPENMODE_OPEN, DIOFile::OPENMODE_CREATE,
                           DIOFile::OPENMODE_MODIFY, DIOFile::OPENMODE_APPEND}) {
@@ -78,8 +82,7 @@ TEST_F(FileStreamTest, AnOpenFileIsShutToAllOthers) {
 }
 
 TEST_F(FileStreamTest, SizesAndPositionsReachBeyond4GiB) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   qz::ulong narrow = 77;
   qz::uint64 wide = 0;
   // The last place that 32 bits can name reads as a failure in 32 bits only.
@@ -105,12 +108,10 @@ TEST_F(FileStreamTest, SizesAndPositionsReachBeyond4GiB) {
   ASSERT_NE(file, nullptr);
   EXPECT_TRUE(file->Read(narrow));
   EXPECT_EQ(narrow, 0x23456789u);
-  EXPECT_TRUE(DIOFile::CloseFile(file));
 }
 
 TEST_F(FileStreamTest, TimesAreThoseTheFolderTells) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   ASSERT_TRUE(file->Write('x'));
   DIOFile::DIOFileTime times[3] = {};
   {
@@ -128,8 +129,7 @@ TEST_F(FileStreamTest, TimesAreThoseTheFolderTells) {
 }
 
 TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   Faults faults;
   const std::string bytes(100000, 'x');
   EXPECT_TRUE(file->Write(1.0) && file->Write(qz::ushort{1}) && file->WriteStringZ("a\nb"));
@@ -149,7 +149,6 @@ TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
   EXPECT_EQ(faults.Take(Call::kReadFile), 3);
   EXPECT_EQ(faults.Take(Call::kWriteFile), 3);
   EXPECT_TRUE(DIOFile::CloseFile(target));
-  EXPECT_TRUE(DIOFile::CloseFile(file));
 }
 
 TEST_F(FileStreamTest, AFailedOpenLeavesNothingOpen) {
@@ -169,8 +168,7 @@ TEST_F(FileStreamTest, AFailedOpenLeavesNothingOpen) {
 }
 
 TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   ASSERT_TRUE(stream_suite::WriteBytes(file, std::string(200000, 'x')));
   ASSERT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
   file->SetEndian(DIOFile::ENDIAN_BIG);
@@ -206,13 +204,11 @@ TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   EXPECT_EQ(wide + narrow, 10u);
   EXPECT_EQ(file->GetLabel("nowhere"), ~qz::uint64{0});
   EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
-  EXPECT_TRUE(DIOFile::CloseFile(file));
 }
 
 TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {
   for (const Call call : {Call::kWriteFile, Call::kCloseHandle}) {
-    DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-    ASSERT_NE(file, nullptr);
+    Create();
     for (const char* name : {"a", "b", "c"})
       EXPECT_TRUE(file->WriteLabel(name));
     for (const char* name : {"a", "b", "c"})
@@ -229,8 +225,7 @@ TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {
 }
 
 TEST_F(FileStreamTest, AReferenceAtAnUnknownPlaceGoesOverNothing) {
-  DIOFile* file = Open(DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(file, nullptr);
+  Create();
   ASSERT_TRUE(stream_suite::WriteBytes(file, "head"));
   {
     Faults faults;
