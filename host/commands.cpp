@@ -194,6 +194,15 @@ void AddRemove(CLI::App& app, CommandLine& line) {
                [&line, node, qualityClass] { return Remove(line.context, *node, *qualityClass); });
 }
 
+void AddDump(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      line.Add(app, "dump", "Show an .esmp, node or WAV file field by field with offsets.",
+               "dump samples/0c76086b-8b15-407d-8230-f91c0ef85cb0/High.esmp");
+  const auto file = Arguments<std::string>();
+  command->add_option("FILE", *file, "the file")->required();
+  line.Chooses(command, [&line, file] { return Dump(line.context, *file); });
+}
+
 void AddVerbs(CLI::App& app, CommandLine& line) {
   AddNew(app, line);
   AddClassVerbs(app, line);
@@ -206,6 +215,7 @@ void AddVerbs(CLI::App& app, CommandLine& line) {
   AddExport(app, line);
   AddFormat(app, line);
   AddRemove(app, line);
+  AddDump(app, line);
 }
 
 int Report(const Failure& failure, int code) {

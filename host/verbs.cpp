@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "host/advice.h"
+#include "host/dump.h"
 #include "host/failure.h"
 #include "host/import.h"
 #include "host/paths.h"
@@ -296,6 +297,12 @@ int Remove(const Context& context, const std::string& name,
   }
   session.Save();
   return kAllWell;
+}
+
+int Dump(const Context& context, const std::string& file) {
+  std::string problem;
+  if (DumpFile(file, context.out, problem)) return kAllWell;
+  throw Failure(fmt::format("\"{}\": {}", file, problem));
 }
 
 }  // namespace samplehost

@@ -71,6 +71,9 @@ int Format(const Context& context, const std::string& node, const std::string& q
 int Remove(const Context& context, const std::string& node,
            const std::optional<std::string>& qualityClass);
 
+// Works on a file alone, without a database.
+int Dump(const Context& context, const std::string& file);
+
 }  // namespace samplehost
 
 #endif  // HOST_VERBS_H_

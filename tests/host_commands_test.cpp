@@ -53,6 +53,17 @@ TEST_F(CommandLine, RunsTheExampleOfEachVerbsHelp) {
   Expect(0, {"remove", "game.db", "kick", "Low"});
 }
 
+TEST_F(CommandLine, DumpsAFileOfANode) {
+  folder.Put("kick.wav", Wav({}));
+  Import("kick.wav");
+  for (const std::string& file : FilesIn(folder / "samples")) {
+    EXPECT_NE(Expect(0, {"dump", file}).out, "") << file;
+  }
+  folder.Put("text.txt", "no file of ours");
+  EXPECT_NE(Expect(1, {"dump", "text.txt"}).err.find("text.txt"), std::string::npos);
+  EXPECT_NE(Expect(0, {"dump", "--help"}).out.find("samplehost dump "), std::string::npos);
+}
+
 TEST_F(CommandLine, TellsUsageFromFailure) {
   folder.Put("kick.wav", Wav({}));
   EXPECT_EQ(Expect(2, {}).out, "");
