@@ -30,12 +30,21 @@ enum class Call {
   kFindClose,
   kGetFullPathName,
   kFopen,
+  kCreateProcess,
+  kGetExitCodeProcess,
+  kCreateThread,
+  kCreateEvent,
+  kWaitForMultipleObjects,
+  kCreateNamedPipe,
+  kGetOverlappedResult,
+  kPeekNamedPipe,
   kCount
 };
 
 // Called in front of each platform call with its kind and the path it was given (empty for calls
-// on handles). Result NO_ERROR lets the call run; any other value becomes its last error and the
-// call fails without effect (CloseHandle still closes; FindClose still ends the search).
+// on handles; a command line for CreateProcess), by one thread at a time. Result NO_ERROR lets the
+// call run; any other value becomes its last error and the call fails without effect (CloseHandle
+// still closes; FindClose still ends the search).
 using FaultHook = std::function<DWORD(Call call, const char* path)>;
 
 // Sets the hook of the process; an empty one removes it. Not thread safe.

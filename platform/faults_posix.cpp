@@ -1,6 +1,7 @@
 #include "platform/faults.h"
 
 #include <cerrno>
+#include <mutex>
 #include <utility>
 
 #include "platform/posix_intern.h"
@@ -9,13 +10,33 @@ namespace platform {
 
 namespace {
 
-constexpr const char* kCallNames[] = {"CreateFile",     "ReadFile",          "WriteFile",
-                                      "SetFilePointer", "GetFileSize",       "CloseHandle",
-                                      "GetFileTime",    "GetFileAttributes", "SetFileAttributes",
-                                      "DeleteFile",     "RemoveDirectory",   "CreateDirectory",
-                                      "MoveFile",       "CopyFile",          "FindFirstFile",
-                                      "FindNextFile",   "FindClose",         "GetFullPathName",
-                                      "fopen"};
+constexpr const char* kCallNames[] = {"CreateFile",
+                                      "ReadFile",
+                                      "WriteFile",
+                                      "SetFilePointer",
+                                      "GetFileSize",
+                                      "CloseHandle",
+                                      "GetFileTime",
+                                      "GetFileAttributes",
+                                      "SetFileAttributes",
+                                      "DeleteFile",
+                                      "RemoveDirectory",
+                                      "CreateDirectory",
+                                      "MoveFile",
+                                      "CopyFile",
+                                      "FindFirstFile",
+                                      "FindNextFile",
+                                      "FindClose",
+                                      "GetFullPathName",
+                                      "fopen",
+                                      "CreateProcess",
+                                      "GetExitCodeProcess",
+                                      "CreateThread",
+                                      "CreateEvent",
+                                      "WaitForMultipleObjects",
+                                      "CreateNamedPipe",
+                                      "GetOverlappedResult",
+                                      "PeekNamedPipe"};
 static_assert(sizeof(kCallNames) / sizeof(kCallNames[0]) == static_cast<std::size_t>(Call::kCount));
 
 thread_local DWORD lastError = NO_ERROR;
@@ -38,6 +59,9 @@ namespace posix {
 constinit FaultHook* faultHook = nullptr;
 
 bool AskFaultHook(Call call, const char* path) {
+  // Threads of the layer's own callers meet here; a hook may make calls itself.
+  static std::recursive_mutex lock;
+  const std::lock_guard guard(lock);
   const DWORD error = (*faultHook)(call, path != nullptr ? path : "");
   if (error == NO_ERROR) return false;
   SetLastError(error);

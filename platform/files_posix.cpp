@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/objects_posix.h"
 #include "platform/posix_intern.h"
 
 namespace platform::posix {
@@ -211,6 +212,7 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* 
                    DWORD disposition, DWORD attributes, HANDLE /*templateFile*/) {
   if (posix::Faulted(Call::kCreateFile, name)) return INVALID_HANDLE_VALUE;
   return posix::Guarded(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+    if (posix::IsPipeName(name)) return posix::OpenPipe(name);
     posix::OpenRequest request;
     request.flags = OpenFlags(access);
     request.alone = share == 0;
@@ -238,11 +240,11 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* 
   });
 }
 
-BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, void* /*overlapped*/) {
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* overlapped) {
   if (done != nullptr) *done = 0;
   if (posix::Faulted(Call::kReadFile)) return FALSE;
   const int fd = posix::ToDescriptor(file);
-  if (fd < 0) return posix::Fail(ERROR_INVALID_HANDLE);
+  if (fd < 0) return posix::ReadPipe(file, buffer, count, done, overlapped);
   auto* at = static_cast<char*>(buffer);
   std::size_t left = count;
   for (;;) {
@@ -259,7 +261,7 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, void* /*ove
   }
 }
 
-BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, void* /*overlapped*/) {
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* /*overlapped*/) {
   if (done != nullptr) *done = 0;
   if (posix::Faulted(Call::kWriteFile)) return FALSE;
   const int fd = posix::ToDescriptor(file);
@@ -330,7 +332,11 @@ DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) {
 BOOL CloseHandle(HANDLE handle) {
   const bool faulted = posix::Faulted(Call::kCloseHandle);
   const int fd = posix::ToDescriptor(handle);
-  if (fd < 0) return faulted ? FALSE : posix::Fail(ERROR_INVALID_HANDLE);
+  if (fd < 0) {
+    const bool closed = posix::CloseObject(handle);
+    if (faulted) return FALSE;
+    return closed ? TRUE : posix::Fail(ERROR_INVALID_HANDLE);
+  }
   posix::handleStates[fd].store(posix::kClosed, std::memory_order_relaxed);
   // A child that was just forked has the descriptor too until it starts its program; the lock must
   // not live that long.

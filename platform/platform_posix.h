@@ -87,7 +87,40 @@ struct WIN32_FIND_DATAA {
   char cAlternateFileName[14];
 };
 
-struct SECURITY_ATTRIBUTES;  // callers pass null
+struct SECURITY_ATTRIBUTES {  // null for everything that has a name in the file system
+  DWORD nLength;
+  LPVOID lpSecurityDescriptor;
+  BOOL bInheritHandle;
+};
+
+// One read of a pipe that may still be under way.
+struct OVERLAPPED {
+  std::uintptr_t Internal;      // while the layer has it: how the read ended, as an error number
+  std::uintptr_t InternalHigh;  // bytes that were read
+  DWORD Offset;
+  DWORD OffsetHigh;
+  HANDLE hEvent;
+};
+
+struct STARTUPINFOA {
+  DWORD cb;  // all that is looked at: the stand-in knows no windows
+};
+
+struct PROCESS_INFORMATION {
+  HANDLE hProcess;
+  HANDLE hThread;  // null here
+  DWORD dwProcessId;
+  DWORD dwThreadId;
+};
+
+struct OSVERSIONINFOA {
+  DWORD dwOSVersionInfoSize;
+  DWORD dwMajorVersion;
+  DWORD dwMinorVersion;
+  DWORD dwBuildNumber;
+  DWORD dwPlatformId;
+  char szCSDVersion[128];
+};
 
 // --- Constants ---------------------------------------------------------------------------------
 
@@ -133,16 +166,35 @@ inline constexpr DWORD ERROR_GEN_FAILURE = 31;
 inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
 inline constexpr DWORD ERROR_FILE_EXISTS = 80;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_BROKEN_PIPE = 109;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+inline constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_PIPE_BUSY = 231;
 inline constexpr DWORD ERROR_DIRECTORY = 267;
+inline constexpr DWORD ERROR_OPERATION_ABORTED = 995;
+inline constexpr DWORD ERROR_IO_INCOMPLETE = 996;
+inline constexpr DWORD ERROR_IO_PENDING = 997;
 inline constexpr DWORD ERROR_IO_DEVICE = 1117;
 inline constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+
+inline constexpr DWORD PIPE_ACCESS_INBOUND = 1;
+inline constexpr DWORD PIPE_TYPE_BYTE = 0;
+inline constexpr DWORD FILE_FLAG_OVERLAPPED = 0x40000000u;
+inline constexpr DWORD STD_OUTPUT_HANDLE = 0xFFFFFFF5u;
+inline constexpr DWORD STD_ERROR_HANDLE = 0xFFFFFFF4u;
+inline constexpr DWORD INFINITE = 0xFFFFFFFFu;
+inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_TIMEOUT = 258;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFFu;
+inline constexpr DWORD STILL_ACTIVE = 259;
+inline constexpr DWORD VER_PLATFORM_WIN32_WINDOWS = 1;
+inline constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
 
 inline constexpr UINT CP_ACP = 0;
 inline constexpr RPC_STATUS RPC_S_OK = 0;
@@ -151,10 +203,10 @@ inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
 
 // --- The last error of this thread -------------------------------------------------------------
 
-// A failed call sets it. Of the calls that succeed SetFilePointer and GetFileSize set NO_ERROR where
-// the low half of their answer is all ones, which is how their callers tell such an answer from a
-// failure; CreateFileA with CREATE_ALWAYS or OPEN_ALWAYS sets ERROR_ALREADY_EXISTS where the file
-// was there, else NO_ERROR.
+// A failed call sets it. Of the calls that succeed SetFilePointer and GetFileSize set NO_ERROR
+// where the low half of their answer is all ones, which is how their callers tell such an answer
+// from a failure; CreateFileA with CREATE_ALWAYS or OPEN_ALWAYS sets ERROR_ALREADY_EXISTS where the
+// file was there, else NO_ERROR.
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
@@ -164,16 +216,18 @@ void SetLastError(DWORD error);
 // while the handle is open, from this process or another) or a FILE_SHARE mask, which lets in every
 // other open that shares, whatever the bits, and copies; `security` and `templateFile` are null.
 // INVALID_HANDLE_VALUE on failure. A made file is marked archive. A folder cannot be opened.
+// The name of a pipe (\\.\pipe\...) gives its write end, see CreateNamedPipeA.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD attributes, HANDLE templateFile);
 
 // Reads up to `count` bytes at the file's position. A read at the end succeeds with *done 0; only
-// the end of the file makes *done smaller than `count`. `overlapped` is null.
-BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, void* overlapped);
+// the end of the file makes *done smaller than `count`. `overlapped` is null for a file; for pipes
+// see CreateNamedPipeA.
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* overlapped);
 
 // Writes `count` bytes at the file's position. On a full disk *done tells what was written and the
-// result is FALSE. `overlapped` is null.
-BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, void* overlapped);
+// result is FALSE. `overlapped` is null. Files only: the write end of a pipe is for a child.
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* overlapped);
 
 // Moves the position by a signed 64-bit distance (`distanceHigh` given: in and out) or a signed
 // 32-bit one (`distanceHigh` null), and gives the low half of the new position. A move in front of
@@ -181,6 +235,9 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, void* ove
 DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD origin);
 
 DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh);
+
+// Takes the handles of every call here but the searches'. A thread or a child runs on when its
+// handle is closed; an ended child leaves nothing behind.
 BOOL CloseHandle(HANDLE handle);
 
 // Times of last use are UTC; any pointer may be null. A file system without creation times gives
@@ -211,7 +268,8 @@ BOOL CopyFileA(LPCSTR from, LPCSTR to, BOOL failIfExists);
 
 // The mask's last component may hold '*' and '?'; "*.*" matches names without a dot. "." and ".."
 // come first, as on every folder but a root; the others come in the order of their bytes. A mask
-// that ends in a separator finds nothing. Names that no path in our notation can reach are left out.
+// that ends in a separator finds nothing. Names that no path in our notation can reach are left
+// out.
 HANDLE FindFirstFileA(LPCSTR mask, WIN32_FIND_DATAA* data);
 BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
 BOOL FindClose(HANDLE search);
@@ -239,6 +297,85 @@ BOOL PathRelativePathToA(LPSTR buffer, LPCSTR from, DWORD fromAttributes, LPCSTR
 // Splits as the run-time library does: `drive` with its colon, `dir` with its trailing separator,
 // `name`, `ext` with its dot. Parts that do not fit their 256-character buffers are cut to them.
 void _splitpath(const char* path, char* drive, char* dir, char* name, char* ext);
+
+// --- Children, threads, events and pipes -------------------------------------------------------
+//
+// What it takes to run a command, wait for it and read along. These handles cannot be duplicated or
+// named. A descriptor stands behind each; none of them is passed on to a child but its own streams.
+
+// dwPlatformId is VER_PLATFORM_WIN32_NT.
+BOOL GetVersionExA(OSVERSIONINFOA* version);
+DWORD GetCurrentProcessId();
+
+// Starts `commandLine` without a shell, in the caller's folder and environment; `application`,
+// `environment` and `folder` are null, `flags` 0. The child's output streams are what SetStdHandle
+// last set; everything else that it inherits is its input and what the program itself opened past
+// this layer.
+//
+// The line is split by Windows' rules. The first part names the program: a quote begins and ends
+// text in which blanks are kept, and a backslash means itself. In the others 2n backslashes before
+// a quote are n of them and the quote begins or ends such text, 2n + 1 are n of them and a quote
+// that means itself, as does a doubled quote inside such text; other backslashes mean themselves.
+// A program with a separator or a drive is a path in our notation, any other is looked for in PATH.
+// The other arguments reach the child as they stand: paths among them are not made native.
+//
+// ERROR_FILE_NOT_FOUND or ERROR_PATH_NOT_FOUND where there is no such program,
+// ERROR_BAD_EXE_FORMAT for a file that is none.
+BOOL CreateProcessA(LPCSTR application, LPSTR commandLine, SECURITY_ATTRIBUTES* process,
+                    SECURITY_ATTRIBUTES* thread, BOOL inherit, DWORD flags, LPVOID environment,
+                    LPCSTR folder, STARTUPINFOA* startup, PROCESS_INFORMATION* information);
+
+// STILL_ACTIVE while the child runs, which is an exit code too: wait first. A child that signal n
+// ended gives 128 + n; of a number that it exits with, the system hands on the low 8 bits. FALSE
+// where the program keeps its children's ends from being known (an ignored SIGCHLD).
+BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode);
+
+// What children started from here on write to: STD_OUTPUT_HANDLE or STD_ERROR_HANDLE, and the write
+// end of a pipe, or null for this process's own stream, which is how both begin. Descriptors 1
+// and 2 of this process stay what they are. A handle that is closed by the time counts as null.
+HANDLE GetStdHandle(DWORD stream);
+BOOL SetStdHandle(DWORD stream, HANDLE handle);
+
+using LPTHREAD_START_ROUTINE = DWORD(WINAPI*)(LPVOID);
+
+// Null on failure. `security` and `id` are null, `stackSize` (for the default) and `flags` 0. When
+// the handle of an ended thread is closed, the thread is gone.
+HANDLE CreateThread(SECURITY_ATTRIBUTES* security, std::size_t stackSize,
+                    LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags, LPDWORD id);
+
+// With manual reset, not set, without a name. Null on failure.
+HANDLE CreateEventA(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL set, LPCSTR name);
+BOOL SetEvent(HANDLE event);
+
+// Waits until an event is set, a thread or child has ended: INFINITE, or `milliseconds` at most and
+// then WAIT_TIMEOUT. Of several the first counts, so the list is in order of importance.
+// `all` is FALSE. WAIT_FAILED where one cannot be waited for.
+DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DWORD milliseconds);
+
+// Makes the one instance of a pipe and gives its read end: PIPE_ACCESS_INBOUND with
+// FILE_FLAG_OVERLAPPED, PIPE_TYPE_BYTE. CreateFileA on its name gives the write end, once
+// (ERROR_PIPE_BUSY after that). INVALID_HANDLE_VALUE on failure, ERROR_PIPE_BUSY while a pipe of
+// that name is open. Names are those of this process.
+//
+// ReadFile on the read end takes an OVERLAPPED with an event, which it clears. It takes what is
+// there, up to `count` bytes, and sets the event; where nothing is there it fails with
+// ERROR_IO_PENDING and the event is set as soon as GetOverlappedResult has an answer. Buffer and
+// OVERLAPPED stay the layer's until then. One read at a time, one thread.
+// ERROR_BROKEN_PIPE where nothing is there and no write end is open in any process.
+HANDLE CreateNamedPipeA(LPCSTR name, DWORD openMode, DWORD pipeMode, DWORD maxInstances,
+                        DWORD outSize, DWORD inSize, DWORD timeout, SECURITY_ATTRIBUTES* security);
+
+// How the read ended, and its bytes in *done. While it is under way: waits for its end, or without
+// `wait` fails with ERROR_IO_INCOMPLETE.
+BOOL GetOverlappedResult(HANDLE pipe, OVERLAPPED* overlapped, LPDWORD done, BOOL wait);
+
+// Ends the read that is under way, if any, with ERROR_OPERATION_ABORTED. It takes no bytes.
+BOOL CancelIo(HANDLE pipe);
+
+// The number of bytes that wait in the pipe; `buffer`, `read` and `left` are null.
+BOOL PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD read, LPDWORD available,
+                   LPDWORD left);
 
 // --- Text --------------------------------------------------------------------------------------
 
