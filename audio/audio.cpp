@@ -4,6 +4,9 @@
 #include <cstdarg>
 #include <cstdlib>
 
+#include "audio/MORT_codecs.h"
+#include "audio/MORT_format.h"
+#include "audio/MORT_writer.h"
 #include "audio/WAV_writer.h"
 #include "audio/audio_intern.h"
 #include "platform/platform.h"
@@ -11,6 +14,12 @@
 char AudioErrorMsg[AUDIO_ERRORMSGSIZE];
 char* audio_ErrorMsg = AudioErrorMsg;
 qz::slong audio_ErrorCode;
+
+void audioResetError() {
+  audio_ErrorCode = 0;
+  audio_ErrorMsg = AudioErrorMsg;
+  AudioErrorMsg[0] = '\0';
+}
 
 int audioFail(int code, const char* format, ...) {
   va_list arguments;
@@ -30,12 +39,6 @@ bool audioAllocSamples(_AUDIO* audio, bool infoOnly) {
 
 namespace {
 
-void ResetError() {
-  audio_ErrorCode = 0;
-  audio_ErrorMsg = AudioErrorMsg;
-  AudioErrorMsg[0] = '\0';
-}
-
 int ReadFile(std::FILE* file, const char* name, _AUDIO* audio, bool infoOnly) {
   for (const AudioReader& reader : audioReaders) {
     if (reader.IsValid(file)) return reader.ReadWave(file, audio, infoOnly);
@@ -44,7 +47,7 @@ int ReadFile(std::FILE* file, const char* name, _AUDIO* audio, bool infoOnly) {
 }
 
 int OpenAndRead(const char* name, _AUDIO* audio, bool stream, bool infoOnly) {
-  ResetError();
+  audioResetError();
   *audio = _AUDIO{};
   std::FILE* file = platform::fopen(name, "rb");
   if (file == nullptr) return audioFail(AUDIO_NOTFOUND, "File `%s' not found!", name);
@@ -63,13 +66,23 @@ int OpenAndRead(const char* name, _AUDIO* audio, bool stream, bool infoOnly) {
   return result;
 }
 
+// A writer's own result says only whether it failed.
+int WriterResult(int result) {
+  return result == 0 ? AUDIO_OK : AUDIO_WRITEFAILED;
+}
+
 int WriteAsWAV(const char* name, _AUDIO* audio) {
   switch (audio->UsesCompression) {
-    case 0:
-      return wav_WriteWave(name, audio) == 0 ? AUDIO_OK : AUDIO_WRITEFAILED;
-    case 1:
-    case 2:
-      return audioFail(AUDIO_WRITEFAILED, "Error decompression MORT file!");
+    case MORT_COMPRESSION_NONE:
+      return WriterResult(wav_WriteWave(name, audio));
+    case MORT_COMPRESSION_GSM:
+    case MORT_COMPRESSION_GB: {
+      _AUDIO* plain = mort_Decode(audio);
+      if (plain == nullptr) return audioFail(AUDIO_WRITEFAILED, "Error decompression MORT file!");
+      const int result = wav_WriteWave(name, plain);
+      mort_Release(plain);
+      return WriterResult(result);
+    }
     default:
       return AUDIO_WRITEFAILED;
   }
@@ -86,16 +99,20 @@ int audio_GetFileInfo(const char* name, _AUDIO* audio) {
 }
 
 int audio_FreeWave(_AUDIO* audio) {
-  ResetError();
+  audioResetError();
   if (audio != nullptr) std::free(audio->Samples);
   return AUDIO_OK;
 }
 
 int audio_WriteWave(const char* name, _AUDIO* audio, int format) {
-  ResetError();
+  audioResetError();
   switch (format) {
     case AUDIO_FORMAT_WAV:
       return WriteAsWAV(name, audio);
+    case AUDIO_FORMAT_MORT_GSM:
+      return WriterResult(mort_WriteWave(name, audio, MORT_CODEC_GSM));
+    case AUDIO_FORMAT_MORT_GB:
+      return WriterResult(mort_WriteWave(name, audio, MORT_CODEC_GB));
     default:
       return audioFail(AUDIO_UNKNOWNTYPE, "Unsupported save format!");
   }

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include "audio/AIFF_reader.h"
+#include "audio/MORT_reader.h"
 #include "audio/WAV_reader.h"
 #include "audio/audio.h"
 
@@ -20,8 +22,13 @@ struct AudioReader {
 // The readers in the order in which they are asked; the first that says yes gets the file. A new
 // file type is a line here.
 inline constexpr AudioReader audioReaders[] = {
+    {aiff_IsValid, aiff_ReadWave},
     {wav_IsValid, wav_ReadWave},
+    {mort_IsValid, mort_ReadWave},
 };
+
+// Clears the error state.
+void audioResetError();
 
 // Puts the text, cut to the buffer, into AudioErrorMsg and gives `code` back.
 [[gnu::format(printf, 2, 3)]] int audioFail(int code, const char* format, ...);

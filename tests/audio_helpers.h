@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -30,6 +30,10 @@ inline Bytes Text(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
+inline Bytes Part(const Bytes& bytes, std::size_t from, std::size_t to) {
+  return Bytes(bytes.begin() + static_cast<long>(from), bytes.begin() + static_cast<long>(to));
+}
+
 // `numBytes` bytes of `value`, least significant first, or most significant first.
 inline Bytes Le(qz::uint64 value, int numBytes) {
   Bytes bytes;
@@ -49,33 +53,36 @@ inline Bytes Words(std::initializer_list<qz::ulong> words) {
   return bytes;
 }
 
-// A chunk with its pad byte, little-endian or big-endian.
-inline Bytes Pad(Bytes bytes) {
-  if (bytes.size() % 2 != 0) bytes.push_back(0xEE);
+inline Bytes Samples(const std::vector<short>& samples) {
+  Bytes bytes;
+  for (const short sample : samples)
+    bytes = bytes + Le(static_cast<qz::ushort>(sample), 2);
   return bytes;
 }
+
+// Bytes with some life in them, the same at every call.
+inline Bytes Noise(std::size_t count) {
+  Bytes bytes;
+  for (qz::ulong state = 12345; bytes.size() < count; state = state * 1664525u + 1013904223u) {
+    bytes.push_back(static_cast<unsigned char>(state >> 20));
+  }
+  return bytes;
+}
+
+// A chunk with its pad byte, little-endian or big-endian.
 inline Bytes Chunk(const std::string& name, const Bytes& data) {
-  return Pad(Text(name) + Le(data.size(), 4) + data);
+  return Text(name) + Le(data.size(), 4) + data + Bytes(data.size() % 2, 0xEE);
 }
 inline Bytes BeChunk(const std::string& name, const Bytes& data) {
-  return Pad(Text(name) + Be(data.size(), 4) + data);
+  return Text(name) + Be(data.size(), 4) + data + Bytes(data.size() % 2, 0xEE);
 }
 
-inline qz::ulong LeAt(const Bytes& bytes, std::size_t offset, int numBytes) {
-  qz::ulong value = 0;
-  for (int i = numBytes; i-- > 0;) {
-    value = value << 8 | bytes.at(offset + static_cast<std::size_t>(i));
-  }
-  return value;
-}
-
-// A folder that goes with its object.
+// A folder that goes with its object; in memory where the machine has such a place.
 class TempFolder {
  public:
   TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "audioXXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    native_ = pattern;
+    native_ = std::filesystem::exists("/dev/shm") ? "/dev/shm/audioXXXXXX" : "/tmp/audioXXXXXX";
+    if (mkdtemp(native_.data()) == nullptr) std::abort();
   }
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
@@ -89,9 +96,8 @@ class TempFolder {
     return path;
   }
   std::string Write(const std::string& name, const Bytes& bytes) const {
-    std::ofstream file(Native(name), std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(Native(name), std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
     return Path(name);
   }
   Bytes Read(const std::string& name) const {
@@ -104,42 +110,26 @@ class TempFolder {
   std::string native_;
 };
 
-// A record with the result that filled it.
+// A record: empty to begin with, or a plain sound.
 struct Sound : _AUDIO {
-  Sound() : _AUDIO{} {}
+  Sound() : _AUDIO() {}
+  Sound(const Bytes& raw, qz::ushort bits, qz::ushort channels, qz::ulong rate) : Sound() {
+    LengthInBytes = static_cast<qz::ulong>(raw.size());
+    Samples = std::malloc(raw.size() + 1);
+    std::copy(raw.begin(), raw.end(), static_cast<unsigned char*>(Samples));
+    NumSamples = LengthInBytes / (channels * bits / 8u);
+    NumChannels = channels;
+    SampleRate = rate;
+    BitsPerSample = bits;
+    LoopStart = LoopEnd = AUDIO_NOLOOP;
+  }
   Sound(const Sound&) = delete;
   Sound& operator=(const Sound&) = delete;
   ~Sound() { audio_FreeWave(this); }
 
-  // A plain sound of 16-bit samples.
-  void Set16(const std::vector<short>& samples, qz::ushort channels, qz::ulong rate) {
-    LengthInBytes = static_cast<qz::ulong>(samples.size() * 2);
-    Samples = std::malloc(samples.size() * 2 + 1);
-    std::memcpy(Samples, samples.data(), samples.size() * 2);
-    NumSamples = static_cast<qz::ulong>(samples.size() / channels);
-    NumChannels = channels;
-    SampleRate = rate;
-    BitsPerSample = 16;
-    LoopStart = LoopEnd = AUDIO_NOLOOP;
-  }
-  void Set8(const Bytes& samples, qz::ulong rate) {
-    LengthInBytes = NumSamples = static_cast<qz::ulong>(samples.size());
-    Samples = std::malloc(samples.size() + 1);
-    std::memcpy(Samples, samples.data(), samples.size());
-    NumChannels = 1;
-    SampleRate = rate;
-    BitsPerSample = 8;
-    LoopStart = LoopEnd = AUDIO_NOLOOP;
-  }
-
   Bytes Raw() const {
     const auto* bytes = static_cast<const unsigned char*>(Samples);
     return bytes == nullptr ? Bytes{} : Bytes(bytes, bytes + LengthInBytes);
-  }
-  std::vector<short> Samples16() const {
-    std::vector<short> samples(LengthInBytes / 2);
-    if (!samples.empty()) std::memcpy(samples.data(), Samples, samples.size() * 2);
-    return samples;
   }
 };
 
@@ -149,16 +139,8 @@ inline std::vector<qz::int64> Numbers(const _AUDIO& a) {
           a.BitsPerSample, a.NumChannels,   a.OriginalKey, a.UsesCompression,
           a.LoopStart,     a.LoopEnd,       a.LoopType,    a.LoopCount};
 }
-
-// Samples with some life in them, the same at every call.
-inline std::vector<short> Noise(std::size_t count) {
-  std::vector<short> samples;
-  qz::ulong state = 12345;
-  for (std::size_t i = 0; i < count; ++i) {
-    state = state * 1664525u + 1013904223u;
-    samples.push_back(static_cast<short>(state >> 16));
-  }
-  return samples;
+inline std::vector<qz::int64> KeyAndLoop(const _AUDIO& a) {
+  return {a.OriginalKey, a.LoopStart, a.LoopEnd, a.LoopType, a.LoopCount};
 }
 
 }  // namespace audiotest
