@@ -1,5 +1,4 @@
 // Drives, and the way between paths in our notation and native ones.
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,22 +32,6 @@ constexpr std::string_view kNoNameHolds = "\\:*?\"<>|";
 bool IsFolder(const std::string& native) {
   struct stat facts;
   return stat(native.empty() ? "/" : native.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
-}
-
-// The stored name in `folder` that equals `name` without case. Of several, which only other
-// programs can have made, always the same one.
-bool ScanFolder(const std::string& folder, std::string_view name, std::string& stored) {
-  DIR* dir = opendir(folder.empty() ? "/" : folder.c_str());
-  if (dir == nullptr) return false;
-  bool found = false;
-  while (const dirent* entry = readdir(dir)) {
-    const std::string_view candidate = entry->d_name;
-    if (!posix::EqualNames(candidate, name)) continue;
-    if (!found || candidate < stored) stored = candidate;
-    found = true;
-  }
-  closedir(dir);
-  return found;
 }
 
 // "/a/./b//../c" without the dots and the doubled slashes.
@@ -237,7 +220,7 @@ DWORD Respell(Path& path) {
     std::string stored;
     if (lstat((done + '/' + name).c_str(), &facts) == 0) {
       done += '/' + name;
-    } else if (ScanFolder(done, name, stored)) {
+    } else if (FindSpelling(done.empty() ? "/" : done, name, stored)) {
       done += '/' + stored;
     } else {
       const bool onlyLast = end == given.size() && IsFolder(done);

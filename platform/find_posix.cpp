@@ -24,24 +24,15 @@ enum MaskSign : char32_t {
   kDotOrEnd            // a dot, or nothing at the end of the name
 };
 
-std::vector<char32_t> Folded(std::string_view text) {
-  std::vector<char32_t> characters;
-  const char* at = text.data();
-  const char* end = at + text.size();
-  while (at != end)
-    characters.push_back(FoldCase(NextCharacter(at, end)));
-  return characters;
-}
-
 // `dotBehind` where the caller's mask ended in a dot, which is no part of a name but makes a
 // leading star stand for names without one.
-std::vector<char32_t> CompileMask(std::string_view mask, bool dotBehind) {
+std::u32string CompileMask(std::string_view mask, bool dotBehind) {
   if (mask == "*.*") mask = "*";
-  std::vector<char32_t> signs = Folded(mask);
+  std::u32string signs = FoldName(mask);
   for (std::size_t i = 0; i < signs.size(); ++i) {
     const bool last = i + 1 == signs.size();
     if (signs[i] == U'*') {
-      signs[i] = last && dotBehind ? kUpToLastDot : kAnyRun;
+      signs[i] = last && dotBehind ? char32_t{kUpToLastDot} : char32_t{kAnyRun};
     } else if (signs[i] == U'?') {
       signs[i] = kAnyButDot;
     } else if (signs[i] == U'.' && !last && (signs[i + 1] == U'?' || signs[i + 1] == U'*')) {
@@ -52,8 +43,8 @@ std::vector<char32_t> CompileMask(std::string_view mask, bool dotBehind) {
 }
 
 // Walks all ways through the mask at once, so that many stars cost no more than their number.
-bool Matches(const std::vector<char32_t>& mask, std::string_view name) {
-  const std::vector<char32_t> text = Folded(name);
+bool Matches(const std::u32string& mask, std::string_view name) {
+  const std::u32string text = FoldName(name);
   const auto lastDot = static_cast<std::size_t>(std::find(text.rbegin(), text.rend(), U'.').base() -
                                                 text.begin());  // one behind it
   std::vector<char> here(mask.size() + 1, 0);
@@ -149,7 +140,7 @@ bool NextRecord(Search& search, WIN32_FIND_DATAA& data) {
 
 // Reads the names that match. Names that a path cannot reach are passed over: handed to another
 // call, they would mean something else.
-DWORD ListMatches(const Path& folder, const std::vector<char32_t>& mask, bool dotsToo,
+DWORD ListMatches(const Path& folder, const std::u32string& mask, bool dotsToo,
                   std::vector<std::string>& names) {
   DIR* dir = opendir(folder.native.c_str());
   if (dir == nullptr) {

@@ -125,6 +125,9 @@ DWORD Respell(Path& path);
 // Facts of the entry: by its exact name, which costs one system call, else by Respell.
 DWORD FindEntry(Path& path, struct stat& facts);
 
+// The stored name in `folder` that equals `name` without case.
+bool FindSpelling(const std::string& folder, std::string_view name, std::string& stored);
+
 // False for a name that a path in our notation cannot reach.
 bool NameIsCarried(std::string_view name);
 
@@ -143,6 +146,7 @@ inline bool IsSeparator(char c) {
 char32_t NextCharacter(const char*& at, const char* end);
 // The form in which characters of names compare.
 char32_t FoldCase(char32_t c);
+std::u32string FoldName(std::string_view name);
 bool EqualNames(std::string_view a, std::string_view b);
 
 // --- Attributes and times ----------------------------------------------------------------------

@@ -118,6 +118,16 @@ char32_t FoldCase(char32_t c) {
   return static_cast<char32_t>(towupper_l(static_cast<wint_t>(c), locale));
 }
 
+std::u32string FoldName(std::string_view name) {
+  std::u32string folded;
+  folded.reserve(name.size());
+  const char* at = name.data();
+  const char* end = at + name.size();
+  while (at != end)
+    folded.push_back(FoldCase(NextCharacter(at, end)));
+  return folded;
+}
+
 bool EqualNames(std::string_view a, std::string_view b) {
   const char* atA = a.data();
   const char* atB = b.data();

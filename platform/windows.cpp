@@ -4,12 +4,16 @@
 
 namespace platform {
 
-std::FILE* fopen(const char* path, const char* mode) { return std::fopen(path, mode); }
+std::FILE* fopen(const char* path, const char* mode) {
+  return std::fopen(path, mode);
+}
 
 int fseek64(std::FILE* file, std::int64_t offset, int origin) {
   return _fseeki64(file, offset, origin);
 }
 
-std::int64_t ftell64(std::FILE* file) { return _ftelli64(file); }
+std::int64_t ftell64(std::FILE* file) {
+  return _ftelli64(file);
+}
 
 }  // namespace platform

@@ -86,7 +86,7 @@ TEST_F(Files, NoOpenWinsAFileThatIsBeingReplaced) {
   std::atomic<int> held{0};
   std::atomic<bool> clash{false};
   const auto work = [&] {
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 1000; ++i) {
       const HANDLE file = Open("T:\\lock", kReadWrite, 0, OPEN_ALWAYS);
       if (file == INVALID_HANDLE_VALUE) {
         DeleteFileA("T:\\lock");
@@ -94,7 +94,7 @@ TEST_F(Files, NoOpenWinsAFileThatIsBeingReplaced) {
       }
       if (held.exchange(1) != 0) clash = true;
       ++counter;
-      std::this_thread::yield();
+      usleep(100);
       held = 0;
       CloseHandle(file);
       DeleteFileA("T:\\lock");
