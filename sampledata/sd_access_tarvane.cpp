@@ -122,7 +122,9 @@ short* SDAccess::GetRawData(const qz::string& qualClass, uchar channel) const {
       SetError(ERROR_NOMEMORY);
       return nullptr;
     }
-    ChannelView(sound.Record(), channel).TakeRepeated(0, numSamples, samples.get());
+    // The block is zero already: pages behind what the file holds stay untouched.
+    const ChannelView view(sound.Record(), channel);
+    view.TakeRepeated(0, view.Held(), samples.get());
     return samples.release();
   } catch (const std::bad_alloc&) {
     SetError(ERROR_NOMEMORY);

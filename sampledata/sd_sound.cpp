@@ -1,6 +1,10 @@
 #include "sampledata/sd_sound.h"
 
 #include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "audio/MORT_codecs.h"
 
 bool Sound::ReadInformation(const qz::string& path) {
   return audio_GetFileInfo(path.c_str(), &record_) == AUDIO_OK;
@@ -8,7 +12,18 @@ bool Sound::ReadInformation(const qz::string& path) {
 
 bool Sound::Read(const qz::string& path) {
   if (audio_ReadWave(path.c_str(), &record_, false) != AUDIO_OK) return false;
-  return record_.UsesCompression == 0;
+  return record_.UsesCompression == 0 || Decode();
+}
+
+bool Sound::Decode() {
+  const std::unique_ptr<_AUDIO, void (*)(_AUDIO*)> plain(mort_Decode(&record_), mort_Release);
+  if (plain == nullptr) return false;
+  // The compressed bytes go with the decoder's record. Views read no further than the bytes that
+  // were decoded, whatever count the head keeps.
+  std::swap(record_.Samples, plain->Samples);
+  record_.LengthInBytes = plain->LengthInBytes;
+  record_.UsesCompression = 0;
+  return true;
 }
 
 ChannelView::ChannelView(const _AUDIO& record, qz::ulong channel)
@@ -19,6 +34,12 @@ ChannelView::ChannelView(const _AUDIO& record, qz::ulong channel)
       elements_(record.Samples == nullptr ? 0 : record.LengthInBytes / (is16Bit_ ? 2u : 1u)),
       size_(record.NumSamples) {}
 
+qz::ulong ChannelView::Held() const {
+  if (channel_ >= elements_) return 0;
+  const qz::uint64 there = (elements_ - channel_ + stride_ - 1) / stride_;
+  return static_cast<qz::ulong>(std::min<qz::uint64>(there, size_));
+}
+
 short* ChannelView::InPlace(qz::ulong count) const {
   const bool lies = is16Bit_ && stride_ == 1 && channel_ == 0 && samples_ != nullptr;
   return lies && count <= elements_ ? static_cast<short*>(samples_) : nullptr;
@@ -27,9 +48,7 @@ short* ChannelView::InPlace(qz::ulong count) const {
 template <class Out, class From16, class From8>
 void ChannelView::Take(qz::uint64 first, qz::ulong count, Out* out, From16 from16,
                        From8 from8) const {
-  qz::uint64 there = 0;  // samples of this channel that the bytes hold
-  if (channel_ < elements_) there = (elements_ - channel_ + stride_ - 1) / stride_;
-  there = std::min<qz::uint64>(there, size_);
+  const qz::uint64 there = Held();
   const qz::uint64 left = first < there ? there - first : 0;
   const auto have = static_cast<qz::ulong>(std::min<qz::uint64>(count, left));
 

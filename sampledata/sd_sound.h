@@ -17,12 +17,15 @@ class Sound {
   //
   // The numbers alone; the samples are not there.
   bool ReadInformation(const qz::string& path);
-  // The whole sound as plain samples.
+  // The whole sound as plain samples: a compressed one is decoded. The sample count of the file's
+  // head holds: a longer decode is cut, a shorter one ends in silence.
   bool Read(const qz::string& path);
 
   const _AUDIO& Record() const { return record_; }
 
  private:
+  bool Decode();
+
   _AUDIO record_{};
 };
 
@@ -35,7 +38,8 @@ class ChannelView {
 
   // Samples per channel as the record promises them.
   qz::ulong Size() const { return size_; }
-  bool Is16Bit() const { return is16Bit_; }
+  // Those of them that the record's bytes hold; the rest is zero.
+  qz::ulong Held() const;
 
   // All samples as one block of 16-bit values in the record itself, at least `count` long; null
   // where they do not lie so.
