@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 
 #include "audio/audio.h"
 #include "platform/platform.h"
@@ -39,6 +40,15 @@ void Swap(const qz::uchar* from, qz::uchar* to, qz::ulong elemSize, std::size_t 
       std::memcpy(to + i * 4, &value, 4);
     }
   }
+}
+
+// Passes over `distance` bytes to `target`. Short ways are read, because a seek throws the stream's
+// buffer away, and a hostile file can have millions of them.
+bool PassOver(std::FILE* file, qz::int64 distance, qz::int64 target) {
+  qz::uchar passed[256];
+  if (distance > std::ssize(passed)) return platform::fseek64(file, target, SEEK_SET) == 0;
+  const auto size = static_cast<std::size_t>(distance);
+  return std::fread(passed, 1, size, file) == size;
 }
 
 qz::ulong ReadElements(void* buffer, qz::ulong elemSize, qz::ulong count, std::FILE* file,
@@ -131,8 +141,9 @@ qz::int64 audioFileSize(std::FILE* file) {
 
 bool audioFindChunk(std::FILE* file, const char* id, bool bigEndian, qz::ulong* size) {
   const qz::int64 fileSize = audioFileSize(file);
-  for (qz::int64 start = kFirstChunk; start < fileSize;) {
-    if (platform::fseek64(file, start, SEEK_SET) != 0) return false;
+  qz::int64 start = kFirstChunk;
+  if (platform::fseek64(file, start, SEEK_SET) != 0) return false;
+  while (start < fileSize) {
     char name[kNameSize];
     if (std::fread(name, 1, kNameSize, file) != kNameSize) return false;
     *size = bigEndian ? audioReadMotorola32(file) : audioReadIntel32(file);
@@ -140,7 +151,9 @@ bool audioFindChunk(std::FILE* file, const char* id, bool bigEndian, qz::ulong* 
       // The end of the file may have cut the size; the data begins behind where it would end.
       return platform::fseek64(file, start + kChunkHead, SEEK_SET) == 0;
     }
-    start += kChunkHead + qz::int64{*size} + (*size & 1);
+    const qz::int64 dataSize = qz::int64{*size} + (*size & 1);
+    start += kChunkHead + dataSize;
+    if (!PassOver(file, dataSize, start)) return false;
   }
   return false;
 }
