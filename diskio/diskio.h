@@ -34,6 +34,18 @@ class DIOFile {
 
   enum DIOLabelMode { LABELMODE_SHORT = 0, LABELMODE_LONG = 1 };
 
+  // The result of Execute.
+  enum DIOError {
+    ERROR_OK = 0,                    // the child ran, and its exit code is known
+    ERROR_COULDNOTGETRESULT = 1,     // reserved; nothing sets it
+    ERROR_COULDNOTEXECUTE = 2,       // the child, or the thread that waits for it, did not start
+    ERROR_NORESULTKNOWN = 3,         // the child ran, but its exit code could not be read
+    ERROR_COULDNOTCAPTUREOUTPUT = 4  // its output could not be read; the run was given up
+  };
+
+  // Takes the next byte that a child wrote. Must not throw.
+  using DIOCallback = void (*)(char byte);
+
   struct v32 {
     float x, y, z;
   };
@@ -203,6 +215,24 @@ class DIOFile {
   static qz::string CreateUniqueTempName();
   static bool GetCurrentDirectoryA(qz::string& buffer);
   static bool ChangeDirectory(const qz::string& directory);
+
+  // --- Other programs ---
+
+  // Runs the command line `cmd` without a shell, waits for the child's end and puts its exit code
+  // into `result`, which is touched with ERROR_OK alone. A child that fails is no failure here.
+  //
+  // Where the platform allows it `stdOut` and `errOut`, which may be null, get what the child
+  // writes to its standard output and its standard error, on the calling thread, one call a byte:
+  // each stream in its order, the two in any. What the child wrote before its end arrives before
+  // the return; what other programs write later to streams that it left them does not, and they
+  // are not waited for. What a null callback does not take is read and dropped.
+  //
+  // After ERROR_COULDNOTCAPTUREOUTPUT a child that was started runs on, with its output closed.
+  // One run at a time in a process: another one that begins meanwhile, from a callback too, gets
+  // that error and starts nothing. For the length of a run the standard handles of the process are
+  // the run's.
+  static DIOError Execute(const qz::string& cmd, ulong& result, DIOCallback stdOut,
+                          DIOCallback errOut);
 
  protected:
   DIOFile() = default;

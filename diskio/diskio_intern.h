@@ -1,5 +1,5 @@
 // What the disk layer's files share among themselves: labels of a stream that is being written,
-// the state of a folder search, and small services.
+// the state of a folder search, the record of a child's run, and small services.
 //
 // A label is a named position. A reference is a number in the file that holds the position of a
 // label; one that is written before its label exists waits as zeros until the stream is closed.
@@ -51,6 +51,19 @@ struct DIOPrivateFindData {
   qz::string baseBuffer;    // kept for the record's layout; nothing fills it
   qz::string mask;          // what the search was opened with
 };
+
+// One child, between the thread that asked for it and the one that waits for its end. The latter
+// writes `error` and `result`, and they may be read when it has ended.
+struct EXInfo {
+  qz::string cmdLine;
+  DIOFile::DIOError error = DIOFile::ERROR_OK;
+  qz::ulong result = 0;
+  HANDLE giveUp = nullptr;  // an event that ends the wait, not the child; or null
+};
+
+// The thread procedure: starts the child of the EXInfo `lpParameter` and waits for its end. Always
+// 0.
+DWORD WINAPI ExecuteThread(LPVOID lpParameter);
 
 // DIOFile::SplitName, with an answer: false where the memory is not to be had, and then both texts
 // are empty.

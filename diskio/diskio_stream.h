@@ -29,6 +29,13 @@ class _DIOFile final : public DIOTypedStream {
   bool SetPosition(uint64 distance, DIOSeekMode mode) override;
   bool SetPosition(ulong distance, DIOSeekMode mode) override;
 
+  // The two ways of DIOFile::Execute, which chooses between them.
+  static DIOError ExecuteWinNT(const qz::string& cmd, ulong& result, DIOCallback stdOut,
+                               DIOCallback errOut);
+  // Captures nothing: the child writes where this process does, and no callback is called.
+  static DIOError ExecuteWin95(const qz::string& cmd, ulong& result, DIOCallback stdOut,
+                               DIOCallback errOut);
+
  protected:
   bool ReadBytes(void* buffer, ulong count, ulong& done) override;
   bool WriteBytes(const void* buffer, ulong count, ulong& done) override;
