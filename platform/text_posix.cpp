@@ -27,13 +27,27 @@ bool IsEscape(char32_t c) {
   return c >= kEscapeBase + 0x80 && c <= kEscapeBase + 0xFF;
 }
 
-// A locale of our own, as the program's may be "C", which folds nothing but ASCII.
+// A locale of our own, as the program's may be "C", which folds nothing but ASCII. It goes with the
+// module that holds it: a library is loaded and unloaded.
+class Folding {
+ public:
+  Folding() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
+    if (locale_ == nullptr) locale_ = newlocale(LC_CTYPE_MASK, "en_US.UTF-8", nullptr);
+  }
+  ~Folding() {
+    if (locale_ != nullptr) freelocale(locale_);
+  }
+  Folding(const Folding&) = delete;
+  Folding& operator=(const Folding&) = delete;
+  locale_t get() const { return locale_; }
+
+ private:
+  locale_t locale_;
+};
+
 locale_t FoldingLocale() {
-  static const locale_t locale = [] {
-    const locale_t plain = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    return plain != nullptr ? plain : newlocale(LC_CTYPE_MASK, "en_US.UTF-8", nullptr);
-  }();
-  return locale;
+  static const Folding folding;
+  return folding.get();
 }
 
 // Takes units or bytes while they fit, and counts them all.
