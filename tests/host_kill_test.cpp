@@ -56,7 +56,7 @@ class KillTest : public HostTest {
 
   Change Choose(const State& now) {
     const auto some = std::next(now.begin(), now.empty() ? 0 : Below(now.size()));
-    const unsigned kind = now.empty() ? 0 : Below(4);
+    const int kind = now.empty() ? 0 : Below(4);
     Change change{{}, now};
     if (kind < 2) {
       if (now.size() > 6 * kSounds) return Remove(now, some->first);
