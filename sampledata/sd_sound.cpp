@@ -68,17 +68,17 @@ void ChannelView::Take(qz::uint64 first, qz::ulong count, Out* out, From16 from1
 void ChannelView::Take16(qz::uint64 first, qz::ulong count, short* out) const {
   Take(
       first, count, out, [](short value) { return value; },
-      [](signed char byte) { return static_cast<short>(byte * 256); });
+      [](signed char value) { return static_cast<short>(value * 256); });
 }
 
 void ChannelView::Take8(qz::uint64 first, qz::ulong count, signed char* out) const {
   Take(
       first, count, out, [](short value) { return static_cast<signed char>(value >> 8); },
-      [](signed char byte) { return byte; });
+      [](signed char value) { return value; });
 }
 
 void ChannelView::TakeRepeated(qz::uint64 first, qz::ulong count, short* out) const {
   Take(
       first, count, out, [](short value) { return value; },
-      [](signed char byte) { return RepeatByte(static_cast<qz::uchar>(byte)); });
+      [](signed char value) { return RepeatByte(static_cast<qz::uchar>(value)); });
 }

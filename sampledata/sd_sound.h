@@ -66,8 +66,8 @@ class ChannelView {
 };
 
 // A byte in both halves of a 16-bit value, as raw and decoded data show 8-bit samples.
-inline short RepeatByte(qz::uchar byte) {
-  return static_cast<short>(byte * 256 | byte);
+inline short RepeatByte(qz::uchar value) {
+  return static_cast<short>(value * 256 | value);
 }
 
 #endif  // SAMPLEDATA_SD_SOUND_H_
