@@ -189,15 +189,24 @@ SDAccess::SDEncodedDataHeader Head(const SDSample& sample, const _AUDIO& record)
   return head;
 }
 
+// Failed writes are not looked at, but a label that memory did not suffice for would leave a table
+// that leads nowhere in a file that looks whole: it is told by a field that can be written all the
+// same.
+bool LayTable(DIOFile* file, qz::ulong channels) {
+  for (qz::ulong i = 0; i < channels; ++i) {
+    if (!file->WriteLabel(ChannelLabel(i)) && file->Write(qz::ulong{0})) return false;
+  }
+  return true;
+}
+
 // A channel that fails does not keep the others from being written. The first failure counts.
 SDError WriteChannels(DIOFile* file, const SDSample& sample, const _AUDIO& record) {
   const SDAccess::SDEncodedDataHeader head = Head(sample, record);
   file->Write(&head, 1, sizeof head);
-  for (qz::ulong i = 0; i < record.NumChannels; ++i)
-    file->WriteLabel(ChannelLabel(i));
+  if (!LayTable(file, record.NumChannels)) return SDAccess::ERROR_NOMEMORY;
   SDError err = SDAccess::ERROR_OK;
   for (qz::ulong i = 0; i < record.NumChannels; ++i) {
-    file->SetLabel(ChannelLabel(i));
+    if (!file->SetLabel(ChannelLabel(i))) return SDAccess::ERROR_NOMEMORY;
     const SDError channelErr = WriteChunk(file, sample, ChannelView(record, i));
     if (err == SDAccess::ERROR_OK) err = channelErr;
   }
@@ -209,16 +218,22 @@ SDError WriteChannels(DIOFile* file, const SDSample& sample, const _AUDIO& recor
 SDAccess::SDError SDAccess::GenerateEncodedData(SDSample& sample, const _AUDIO* aInfo) const {
   if (!IsKnownCompType(sample.compType)) return SetError(ERROR_UNSUPPORTEDFORMAT);
   if (!FitsFile(sample, *aInfo)) return SetError(ERROR_UNSUPPORTEDFORMAT);
-  SDError err = ERROR_OK;
-  const qz::string name = BuildEncodedSampleDataFileName(sample.fileName);
-  Stream file(name, DIOFile::OPENMODE_CREATE);
-  if (!file) return SetError(ERROR_COULDNOTWRITE);
+  // Callers have changed the sample's format by now, so exhausted memory is an answer here and no
+  // exception.
   try {
-    err = WriteChannels(file.get(), sample, *aInfo);
+    const qz::string name = BuildEncodedSampleDataFileName(sample.fileName);
+    Stream file(name, DIOFile::OPENMODE_CREATE);
+    if (!file) return SetError(ERROR_COULDNOTWRITE);
+    SDError err = ERROR_NOMEMORY;
+    try {
+      err = WriteChannels(file.get(), sample, *aInfo);
+    } catch (const std::bad_alloc&) {
+      err = ERROR_NOMEMORY;
+    }
+    file.Close();  // fills the channel table
+    if (err != ERROR_OK) DIOFile::Delete(name);
+    return SetError(err);
   } catch (const std::bad_alloc&) {
-    err = ERROR_NOMEMORY;
+    return SetError(ERROR_NOMEMORY);
   }
-  file.Close();  // fills the channel table
-  if (err != ERROR_OK) DIOFile::Delete(name);
-  return SetError(err);
 }

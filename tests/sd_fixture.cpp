@@ -145,6 +145,7 @@ bool FakeNode::BeginModify() {
 }
 
 void FakeNode::EndModify(HDBUndoInfo* info) {
+  const SparedAllocations host;
   EXPECT_GT(host_.openModifications, 0) << "a change was closed that nobody opened";
   --host_.openModifications;
   if (info != nullptr) {
@@ -155,6 +156,7 @@ void FakeNode::EndModify(HDBUndoInfo* info) {
 }
 
 bool FakeNode::AddReference(HDBBaseNodeInterface* node) {
+  const SparedAllocations host;
   if (host_.refuseReference) return false;
   static_cast<FakeNode*>(node)->referencing_.push_back(this);
   return true;

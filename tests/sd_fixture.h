@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "common/qzassert.h"
 #include "platform/faults.h"
 #include "sampledata/sd_access.h"
 #include "sampledata/sd_main.h"
@@ -78,8 +79,8 @@ namespace sdtest {
 
 // --- Failures on demand ---
 
-// While it lives, the n-th allocation (from 1) through operator new fails, once. The narrow forms
-// of texts are spared: a text that cannot have one stops the program.
+// While it lives, the n-th allocation (from 1) of our code fails, once. The narrow forms of texts
+// are spared: a text that cannot have one stops the program.
 class FailingAllocation {
  public:
   explicit FailingAllocation(int n);
@@ -88,6 +89,19 @@ class FailingAllocation {
   FailingAllocation& operator=(const FailingAllocation&) = delete;
   // The operation got as far as the n-th allocation. Ends the failing.
   bool Fired();
+
+ private:
+  qz::AssertHandler former_;
+};
+
+// While it lives, no allocation fails or counts: the host's own memory is no concern of the
+// library.
+class SparedAllocations {
+ public:
+  SparedAllocations();
+  ~SparedAllocations();
+  SparedAllocations(const SparedAllocations&) = delete;
+  SparedAllocations& operator=(const SparedAllocations&) = delete;
 };
 
 // While it lives, the n-th platform call (from 1) of those that `counts` picks fails, once.
@@ -153,7 +167,10 @@ class FakeNode final : public HDBBaseNodeInterface {
   PGIBaseInterface* GetBaseInterface() const override;
   HDBRootInterface* GetRootInterface() const override;
   bool IsType(const HDBTypeStorage& type) const override { return type == type_; }
-  qz::string GetName() const override { return name_.c_str(); }
+  qz::string GetName() const override {
+    const SparedAllocations host;
+    return name_.c_str();
+  }
 
   // What the host got for this node from the library.
   SDAccess& Sample() const { return *static_cast<SDAccess*>(object_); }
@@ -220,8 +237,12 @@ class FakeHost final : public HDBRootInterface {
 
   HDBBaseNodeInterface* GetSampleSetupNode() const override { return setupNode_; }
   void SetSampleSetupNode(HDBBaseNodeInterface* node) override { setupNode_ = node; }
-  qz::string GetFilename() const override { return filename; }
+  qz::string GetFilename() const override {
+    const SparedAllocations host;
+    return filename;
+  }
   qz::string GetCurrentLoadLocation() const override {
+    const SparedAllocations host;
     return loadLocation.empty() ? filename : loadLocation;
   }
   bool IsShutDownActive() const override { return shutDown; }

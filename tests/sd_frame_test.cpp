@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/qzassert.h"
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
