@@ -1,5 +1,5 @@
-// The runs of a MORT file's stream, without the sound in them: what the stream can give at most, and
-// what dump shows. docs/formats/gsm-stream.md and gb-stream.md tell the layouts.
+// The runs of a MORT file's stream, without the sound in them: what the stream can give at most,
+// and what dump shows. docs/formats/gsm-stream.md and gb-stream.md tell the layouts.
 #ifndef HOST_MORT_STREAM_H_
 #define HOST_MORT_STREAM_H_
 
@@ -22,14 +22,14 @@ struct GsmHead {
 
 // A row of blocks of one kind.
 struct MortRun {
-  U64 bit = 0;         // where it starts: bits from the start of the stream
+  U64 bit = 0;  // where it starts: bits from the start of the stream
   bool silent = false;
   U64 blocks = 0;
 };
 using OnMortRun = std::function<void(const MortRun&)>;
 
 struct MortStream {
-  U64 most = 0;         // no sound of more samples can have given this stream
+  U64 most = 0;  // no sound of more samples can have given this stream
   U64 runs = 0;
   std::string problem;  // why it cannot be decoded; empty where it can
 };

@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "audio/audio.h"
+#include "host/sound_layout.h"
+
 namespace samplehost {
 
 // Why a file cannot come in, and what the user can do about it.
@@ -14,8 +17,14 @@ struct Refusal {
   std::string advice;
 };
 
-// Looks at the sound file at a full path; nothing where it may come in.
+// Looks at the sound file at a full path, by its content and the name that its copy would get;
+// nothing where it may come in.
 std::optional<Refusal> CheckSoundFile(const std::string& path);
+
+// The same by its content alone, whose layout is given. `numbers`, where it isn't null, gets the
+// sound's record without samples, as far as the file could be read.
+std::optional<Refusal> CheckSound(const std::string& path, const SoundLayout& layout,
+                                  _AUDIO* numbers);
 
 // Do names with this extension (without its dot) stand for sound files that the library reads?
 bool IsSoundExtension(const std::string& extension);
