@@ -129,15 +129,36 @@ void AddList(CLI::App& app, CommandLine& line) {
 }
 
 void AddInfo(CLI::App& app, CommandLine& line) {
-  CLI::App* command = line.AddOnDatabase(
+  CLI::App* command = line.Add(
       app, "info",
-      "Show all of a node: numbers, loop, sizes, and how near its sound is to the raw.",
-      "info game.db kick");
-  const auto node = Arguments<std::string>();
+      "Show all of a node: numbers, loop, sizes, and how near its sound is to the raw. Or, "
+      "with a sound file alone, what it holds and why it would be refused.",
+      "info game.db kick\n"
+      "  samplehost info kick.wav");
+  const auto node = Arguments<std::optional<std::string>>();
   const auto json = Arguments<bool>();
-  command->add_option("NODE", *node, "the node")->required();
+  command->add_option("DB", line.context.database, "the database file, or a sound file")
+      ->required();
+  command->add_option("NODE", *node, "the node");
   command->add_flag("--json", *json, "as JSON");
-  line.Chooses(command, [&line, node, json] { return Info(line.context, *node, *json); });
+  line.Chooses(command, [&line, node, json] {
+    if (*node) return Info(line.context, **node, *json);
+    return SoundFileInfo(line.context, line.context.database, *json);
+  });
+}
+
+void AddConvert(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.Add(app, "convert", "Turn a sound file into WAV, or into MORT.",
+                               "convert kick.wav kick.mort --codec gb");
+  const auto arguments = Arguments<ConvertArguments>();
+  command->add_option("IN", arguments->source, "a WAV, AIFF or MORT file")->required();
+  command->add_option("OUT", arguments->target, "the new file, .wav or .mort")->required();
+  command
+      ->add_option("--codec", arguments->codec,
+                   "of a .mort file: gsm (speech, the default) or gb (4 bits per sample)")
+      ->check(CLI::IsMember({"gsm", "gb"}));
+  command->add_flag("--force", arguments->force, "replace the file if it exists");
+  line.Chooses(command, [&line, arguments] { return Convert(line.context, *arguments); });
 }
 
 void AddExport(CLI::App& app, CommandLine& line) {
@@ -215,6 +236,7 @@ void AddVerbs(CLI::App& app, CommandLine& line) {
   AddExport(app, line);
   AddFormat(app, line);
   AddRemove(app, line);
+  AddConvert(app, line);
   AddDump(app, line);
 }
 

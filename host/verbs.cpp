@@ -7,12 +7,14 @@
 #include <csignal>
 
 #include "host/advice.h"
+#include "host/convert.h"
 #include "host/dump.h"
 #include "host/failure.h"
 #include "host/import.h"
 #include "host/paths.h"
 #include "host/report.h"
 #include "host/session.h"
+#include "host/sound_info.h"
 
 namespace samplehost {
 
@@ -303,6 +305,19 @@ int Dump(const Context& context, const std::string& file) {
   std::string problem;
   if (DumpFile(file, context.out, problem)) return kAllWell;
   throw Failure(fmt::format("\"{}\": {}", file, problem));
+}
+
+int SoundFileInfo(const Context& context, const std::string& file, bool json) {
+  return PrintSoundInfo(file, json, context.out) ? kAllWell : kSomeFailed;
+}
+
+int Convert(const Context& context, const ConvertArguments& arguments) {
+  const ConvertOptions options{FullPath(arguments.source), FullPath(arguments.target),
+                               arguments.codec, arguments.force};
+  for (const std::string& note : ConvertSound(options))
+    context.err << "note: " << note << '\n';
+  context.out << Printable(arguments.target) << '\n';
+  return kAllWell;
 }
 
 }  // namespace samplehost

@@ -71,8 +71,17 @@ int Format(const Context& context, const std::string& node, const std::string& q
 int Remove(const Context& context, const std::string& node,
            const std::optional<std::string>& qualityClass);
 
-// Works on a file alone, without a database.
+// These work on files alone, without a database.
 int Dump(const Context& context, const std::string& file);
+int SoundFileInfo(const Context& context, const std::string& file, bool json);
+
+struct ConvertArguments {
+  std::string source;
+  std::string target;  // .wav or .mort
+  std::string codec;   // of MORT; empty: gsm
+  bool force = false;
+};
+int Convert(const Context& context, const ConvertArguments& arguments);
 
 }  // namespace samplehost
 

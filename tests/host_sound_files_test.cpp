@@ -1,0 +1,268 @@
+// Sound files on the command line: what comes in by content, what a header may promise, what
+// convert writes and refuses, and what info tells of files good and bad.
+#include <algorithm>
+#include <functional>
+
+#include "tests/host_support.h"
+
+namespace {
+
+using namespace host_test;
+using Json = nlohmann::json;
+
+std::string Big(std::uint32_t value, int bytes) {
+  std::string text = Little(value, bytes);
+  return {text.rbegin(), text.rend()};
+}
+
+std::string BigChunk(const std::string& name, const std::string& data) {
+  return name + Big(static_cast<std::uint32_t>(data.size()), 4) + data +
+         std::string(data.size() & 1, '\0');
+}
+
+// 16 bits, mono; the key 72 and a loop of the samples 100 to 499.
+std::string Aiff(unsigned length, const std::string& rate = "\x40\x0E\xAC\x44",
+                 unsigned bits = 16) {
+  std::string samples;
+  for (unsigned i = 0; i < length; ++i)
+    samples += Big(i * 37 % 9000, 2);
+  const std::string chunks =
+      BigChunk("COMM", Big(1, 2) + Big(length, 4) + Big(bits, 2) + rate + std::string(6, '\0')) +
+      BigChunk("MARK", Big(2, 2) + Big(1, 2) + Big(100, 4) + Big(0, 2) + Big(2, 2) + Big(500, 4) +
+                           Big(0, 2)) +
+      BigChunk("INST", std::string("\x48", 1) + std::string(7, '\0') + Big(1, 2) + Big(1, 2) +
+                           Big(2, 2) + std::string(6, '\0')) +
+      BigChunk("SSND", std::string(8, '\0') + samples);
+  return "FORM" + Big(static_cast<std::uint32_t>(chunks.size() + 4), 4) + "AIFF" + chunks;
+}
+
+class SoundFiles : public HostTest {
+ protected:
+  // The bytes of `name` converted to `target`.
+  std::string Convert(const std::string& name, const std::string& target,
+                      std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"convert", name, target});
+    Expect(0, more);
+    return BytesOf(folder / target);
+  }
+  void PutPatched(const std::string& name, std::string bytes, std::size_t at, std::uint32_t value) {
+    folder.Put(name, bytes.replace(at, 4, Little(value, 4)));
+  }
+  Json Tell(const std::string& file, int code = 0) {
+    return Json::parse(Expect(code, {"info", file, "--json"}).out, nullptr, false);
+  }
+  // The reason of the refusal to import.
+  void ExpectRefused(const std::string& file, const std::string& reason) {
+    const std::string err = Import(file, "PCM16", 1).err;
+    EXPECT_NE(err.find(reason), std::string::npos) << err;
+  }
+};
+
+TEST_F(SoundFiles, ComeInByContentWhateverTheirNames) {
+  folder.Put("a.wav", Wav({}));
+  folder.Put("in/1.wav", Aiff(600));
+  folder.Put("in/2.aiff", Convert("a.wav", "gsm.mort"));
+  folder.Put("in/3.mort", Convert("a.wav", "gb.mort", {"--codec", "gb"}));
+  folder.Put("in/4.aif", Wav({}));
+  folder.Put("in/5.dat", Aiff(600));
+  Expect(0, {"import", "game.db", "in", "in/5.dat", "--class", "High", "--format", "ADPCM"});
+  const Json nodes = List()["nodes"];
+  ASSERT_EQ(nodes.size(), 5u);
+  const unsigned lengths[] = {600, 1000, 1000, 1000, 600};
+  for (std::size_t i = 0; i < nodes.size(); ++i)
+    EXPECT_EQ(nodes[i]["classes"][0]["length"], lengths[i]) << nodes[i];
+  EXPECT_EQ(nodes[0]["classes"][0]["loop"], (Json{{"start", 100}, {"end", 499}}));
+  EXPECT_EQ(nodes[0]["classes"][0]["key"], 72);
+}
+
+TEST_F(SoundFiles, MayPromiseWhatTheirStreamCanHaveHeld) {
+  folder.Put("a.wav", Wav({}));
+  const std::string gsm = Convert("a.wav", "gsm.mort");  // 7 blocks of 160
+  PutPatched("all.mort", gsm, 24, 1120);
+  Import("all.mort");
+  PutPatched("more.mort", gsm, 24, 1121);
+  ExpectRefused("more.mort", "promises 1121 samples, the stream gives at most 1120");
+  folder.Put("cut.mort", gsm.substr(0, gsm.size() - 8));
+  ExpectRefused("cut.mort", "the stream ends behind 0 of 7 blocks");
+  PutPatched("words.mort", gsm, 52, 0xFFFFFFFF);
+  ExpectRefused("words.mort", "promises 4294967295 words");
+  folder.Put("other.mort", gsm.substr(0, 44) + "NORT" + gsm.substr(48));
+  ExpectRefused("other.mort", "does not begin with \"MORT\"");
+
+  // Silence that a marker stands for and the last block do not come back, and are no broken
+  // promise.
+  const std::string silence(320 * 2, '\0');
+  std::string wav = Wav({.length = 352});
+  folder.Put("quiet.wav", wav.replace(wav.find("data") + 8, silence.size(), silence));
+  const std::string gb = Convert("quiet.wav", "gb.mort", {"--codec", "gb"});
+  EXPECT_EQ(gb.size(), 44u + 16u);
+  Import("gb.mort");
+  EXPECT_EQ(Info("gb")["classes"][0]["length"], 352);
+  PutPatched("loud.mort", gb, 24, 353);
+  ExpectRefused("loud.mort", "promises 353 samples, the stream gives at most 352");
+
+  const std::string aiff = Aiff(600);
+  folder.Put("cut.aiff", aiff.substr(0, aiff.size() - 100));
+  ExpectRefused("cut.aiff", "promises 1200 bytes of samples, the file holds 1100");
+}
+
+TEST_F(SoundFiles, RunTheExamplesOfTheHelp) {
+  folder.Put("kick.wav", Wav({}));
+  const std::vector<std::string> examples[] = {
+      {"convert", "kick.wav", "kick.mort", "--codec", "gb"}, {"info", "kick.wav"}};
+  for (const auto& arguments : examples) {
+    Expect(0, arguments);
+    std::string line = "  samplehost";
+    for (const std::string& argument : arguments)
+      line += " " + argument;
+    EXPECT_NE(Expect(0, {arguments[0], "--help"}).out.find(line), std::string::npos) << line;
+  }
+}
+
+TEST_F(SoundFiles, ConvertKeepsWhatTheTargetCanHold) {
+  folder.Put("loop.aiff", Aiff(600));
+  const std::string wav = Convert("loop.aiff", "loop.wav");
+  EXPECT_EQ(ChunkOf(wav, "data").substr(2, 2), Little(37, 2));
+  EXPECT_EQ(Tell("loop.wav")["loop"],
+            (Json{{"start", 100}, {"end", 499}, {"count", nullptr}, {"from", "smpl"}}));
+  const RunResult result = Expect(0, {"convert", "loop.wav", "loop.mort"});
+  EXPECT_EQ(result.out, "loop.mort\n");
+  EXPECT_NE(result.err.find("the loop 100..499 is left out"), std::string::npos) << result.err;
+  // Back from either codec: as long as it was, with its key, and no loop made up.
+  Convert("loop.mort", "other.mort", {"--codec", "gb"});
+  for (const char* from : {"loop.mort", "other.mort"}) {
+    const std::string back = Convert(from, "back.wav", {"--force"});
+    EXPECT_EQ(ChunkOf(back, "data").size(), 1200u);
+    const Json told = Tell("back.wav");
+    EXPECT_EQ(told["key"], 72);
+    EXPECT_EQ(told["rate_hz"], 44100);
+    EXPECT_EQ(told["loop"], nullptr);
+  }
+  EXPECT_EQ(Convert("loop.mort", "same.mort").substr(44), BytesOf(folder / "loop.mort").substr(44));
+}
+
+TEST_F(SoundFiles, ConvertRefusesAndLeavesNothingBehind) {
+  folder.Put("mono.wav", Wav({}));
+  folder.Put("stereo.wav", Wav({.channels = 2}));
+  folder.Put("small.wav", Wav({.bits = 8}));
+  folder.Put("fast.wav", Wav({}));
+  folder.Put("cut.wav", Wav({}).substr(0, 900));
+  folder.Put("fast.aiff", Aiff(600, std::string("\x40\x0F\xBB\x80", 4)));
+  std::string fast = Wav({});
+  folder.Put("fast.wav", fast.replace(24, 4, Little(96000, 4)));
+  const std::set<std::string> before = FilesIn(folder.path);
+  const auto refused = [this](int code, const std::vector<std::string>& arguments,
+                              const std::string& text) {
+    const std::string err = Expect(code, arguments).err;
+    EXPECT_NE(err.find(text), std::string::npos) << err;
+  };
+  refused(1, {"convert", "stereo.wav", "x.mort"}, "sox IN -c 1 OUT.wav");
+  refused(1, {"convert", "small.wav", "x.mort"}, "sox IN -b 16 OUT.wav");
+  refused(1, {"convert", "fast.wav", "x.mort"}, "or take --codec gb");
+  refused(1, {"convert", "fast.aiff", "x.wav"}, "reads as 30464");
+  refused(1, {"convert", "cut.wav", "x.wav"}, "promises 2000 bytes");
+  refused(1, {"convert", "missing.wav", "x.wav"}, "no such file");
+  refused(1, {"convert", "mono.wav", "stereo.wav"}, "--force");
+  refused(2, {"convert", "mono.wav", "x.aiff"}, ".wav or .mort");
+  refused(2, {"convert", "mono.wav", "x.wav", "--codec", "gb"}, "--codec");
+  refused(2, {"convert", "mono.wav", "x.mort", "--codec", "mp3"}, "--codec");
+  for (const char* target : {"x.wav", "x.mort"}) {
+    EXPECT_EQ(RunHost(folder, {"convert", "mono.wav", target}, 100).code, 1);
+  }
+  EXPECT_EQ(RunHost(folder, {"convert", "mono.wav", "x.mort", "--codec", "gb"}, 540).code, 1);
+  std::set<std::string> after = FilesIn(folder.path);
+  after.erase(folder / ".out");
+  after.erase(folder / ".err");
+  std::set<std::string> expected = before;
+  expected.erase(folder / ".out");
+  expected.erase(folder / ".err");
+  EXPECT_EQ(after, expected);
+  Expect(0, {"convert", "fast.wav", "fast.mort", "--codec", "gb"});
+  EXPECT_EQ(Tell("fast.mort")["rate_hz"], 96000);
+}
+
+TEST_F(SoundFiles, InfoTellsWhatAFileHoldsAndWhere) {
+  folder.Put("a.wav", Wav({.channels = 2, .loopStart = 10, .loopEnd = 19, .key = 50}));
+  Json told = Tell("a.wav");
+  EXPECT_EQ(told["container"], "WAV");
+  EXPECT_EQ(told["channels"], 2);
+  EXPECT_EQ(told["length"], 1000);
+  EXPECT_EQ(told["key_from"], "smpl");
+  EXPECT_EQ(told["chunks"][1],
+            (Json{{"name", "smpl"}, {"offset", 36}, {"size", 60}, {"held", 60}}));
+  folder.Put("a.aiff", Aiff(600));
+  told = Tell("a.aiff");
+  EXPECT_EQ(told["loop"]["from"], "MARK");
+  EXPECT_EQ(told["key_from"], "INST");
+  Expect(0, {"convert", "a.aiff", "a.mort"});
+  told = Tell("a.mort");
+  EXPECT_EQ(told["codec"], "gsm");
+  EXPECT_EQ(told["length"], 600);
+  const std::string text = Expect(0, {"info", "a.aiff"}).out;
+  for (const char* part :
+       {"AIFF, 1308 bytes", "44100 Hz", "72 (from \"INST\")",
+        "100..499 (both included, from \"MARK\"), without end", "0x0000000C  18    COMM"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << '\n' << text;
+  }
+  EXPECT_NE(Expect(2, {"info", "game.db"}).err.find("name one of its nodes"), std::string::npos);
+}
+
+TEST_F(SoundFiles, InfoSaysWhatIsWrongAndWhatHelps) {
+  const std::string plain = Wav({});
+  const auto expectHelp = [this](const std::string& bytes, const std::string& problem,
+                                 const std::string& advice) {
+    folder.Put("bad", bytes);
+    const Json told = Tell("bad", 1);
+    EXPECT_EQ(told["taken"], false);
+    EXPECT_NE(told["problem"].get<std::string>().find(problem), std::string::npos) << told;
+    EXPECT_NE(told["advice"].get<std::string>().find(advice), std::string::npos) << told;
+    const std::string text = Expect(1, {"info", "bad"}).out;
+    EXPECT_NE(text.find("refused   " + told["problem"].get<std::string>()), std::string::npos);
+  };
+  expectHelp(Wav({.bits = 24}), "Unsupported bits per sample (24)!",
+             "24 bits per sample: convert to 16");
+  std::string extensible = plain;
+  extensible.replace(16, 6, Little(40, 4) + Little(0xFFFE, 2)).insert(36, std::string(24, '\0'));
+  expectHelp(extensible, "Unsupported compression scheme (65534)!", "extensible kind. Convert");
+  expectHelp(std::string(plain).replace(20, 2, Little(3, 2)), "scheme (3)", "no plain PCM");
+  expectHelp(Aiff(600, "\x40\x0E\xAC\x44", 24), "(24)", "OUT.aiff");
+  expectHelp(Aiff(600).replace(8, 4, "AIFC"), "unknown type", "compressed AIFF");
+  expectHelp(std::string(plain).replace(0, 4, "RF64"), "unknown type", "WAV of another kind");
+  expectHelp(std::string("MORT\0\0\2\0", 8), "unknown type", "MORT of version 2");
+  expectHelp(plain.substr(0, 60), "Error locating `data' chunk!", "part of the file is missing");
+  expectHelp(plain.substr(0, 900), "promises 2000 bytes", "cut short");
+  expectHelp("hello", "unknown type", "sox");
+  Expect(1, {"info", "missing.wav"});
+}
+
+// Neither memory nor output grows with what a file says, and no walk is endless.
+TEST_F(SoundFiles, InfoEndsOnHostileFiles) {
+  std::string many = Wav({}).substr(0, 12);
+  for (int i = 0; i < 20000; ++i)
+    many += std::string("\x1B[2J\0\0\0\0", 8);
+  folder.Put("many.wav", many + Wav({}).substr(12));
+  const Json told = Tell("many.wav");
+  EXPECT_EQ(told["length"], 1000);
+  EXPECT_LT(told["chunks"].size(), 300u);
+  EXPECT_GT(told["more_chunks"], 19000);
+  EXPECT_EQ(Expect(0, {"info", "many.wav"}).out.find('\x1B'), std::string::npos);
+
+  folder.Put("a.wav", Wav({}));
+  const std::string sounds[] = {Wav({}), Aiff(50), Convert("a.wav", "a.mort"),
+                                Convert("a.wav", "b.mort", {"--codec", "gb"})};
+  std::uint32_t state = 99;
+  for (int round = 0; round < 120; ++round) {
+    std::string bytes = sounds[round % 4];
+    for (int n = 0; n < 3; ++n) {
+      state = state * 1664525u + 1013904223u;
+      bytes[(state >> 8) % std::min<std::size_t>(bytes.size(), 80)] = static_cast<char>(state >> 5);
+    }
+    if (round % 3 == 0) bytes.resize((state >> 9) % bytes.size());
+    folder.Put("bad", bytes);
+    const RunResult result = RunHost(folder, {"info", "bad", "--json"});
+    EXPECT_LE(result.code, 1) << round << result.err;
+    EXPECT_FALSE(Json::parse(result.out, nullptr, false).is_discarded()) << round;
+  }
+}
+
+}  // namespace
