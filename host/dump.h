@@ -1,5 +1,5 @@
 // What stands in a file of ours, field by field with offsets: encoded samples (.esmp), node files
-// of sample and setup nodes, and WAV. docs/formats/ has a page for each.
+// of sample and setup nodes, WAV, AIFF and MORT. docs/formats/ has a page for each.
 //
 // For people who look for damage, so nothing in the file is believed: sizes are tried against the
 // file before anything is read or allocated, and what can be read in front of a damage is shown.

@@ -1,7 +1,10 @@
 // The worked examples of docs/formats: what the library makes of them and what they make of it.
+#include <cstring>
 #include <sstream>
 
+#include "audio/MORT_codecs.h"
 #include "audio/audio.h"
+#include "audio/gsm_codec.h"
 #include "host/dump.h"
 #include "host/paths.h"
 #include "tests/format_page.h"
@@ -62,6 +65,116 @@ TEST_F(FormatPages, WavExampleIsReadAsToldAndWrittenAsItStands) {
   audio_FreeWave(&audio);
   EXPECT_EQ(BytesOf(folder / "out.wav"), example);
   EXPECT_NE(Dump(example).find("loop 0 end         19"), std::string::npos);
+}
+
+// The numbers of a page's "decoded" block.
+std::vector<short> Decoded(const std::string& page) {
+  std::istringstream text(format_page::Blocks(page, "decoded").at(0));
+  std::vector<short> samples;
+  for (short sample = 0; text >> sample;)
+    samples.push_back(sample);
+  return samples;
+}
+
+std::string Taken(void* block, std::size_t size) {
+  const std::string bytes(static_cast<char*>(block), size);
+  std::free(block);
+  return bytes;
+}
+std::vector<short> TakenSamples(void* block, std::size_t count) {
+  std::vector<short> samples(count);
+  std::memcpy(samples.data(), Taken(block, count * 2).data(), count * 2);
+  return samples;
+}
+
+TEST_F(FormatPages, AiffExampleIsReadAsTold) {
+  folder.Put("in.aiff", Examples("aiff.md").at(0));
+  _AUDIO audio;
+  ASSERT_EQ(audio_ReadWave(samplehost::FullPath(folder / "in.aiff").c_str(), &audio, false), 0);
+  EXPECT_EQ(audio.NumSamples, 12u);
+  EXPECT_EQ(audio.SampleRate, 44100u);
+  EXPECT_EQ(audio.OriginalKey, 72);
+  EXPECT_EQ(audio.LoopStart, 4u);
+  EXPECT_EQ(audio.LoopEnd, 11u);
+  EXPECT_EQ(audio.LoopType, 1);
+  EXPECT_EQ(static_cast<short*>(audio.Samples)[9], -3000);
+  audio_FreeWave(&audio);
+  const std::string text = Dump(Examples("aiff.md").at(0));
+  for (const char* line :
+       {"rate               44100 Hz", "marker 1 at        12", "marker 0 name      \"begin\"",
+        "sustain end marker 2", "00000072       24  samples"}) {
+    EXPECT_NE(text.find(line), std::string::npos) << line << '\n' << text;
+  }
+}
+
+TEST_F(FormatPages, GsmExampleIsWhatTheCodecMakes) {
+  std::vector<short> samples(480);
+  for (int i = 0; i < 160; ++i)
+    samples[static_cast<std::size_t>(320 + i)] = i / 20 % 2 == 0 ? 4000 : -4000;
+  const std::string example = Examples("gsm-stream.md").at(0);
+  void* block = nullptr;
+  gsmCodecInfo info;
+  ASSERT_EQ(gsmCodec_Encode(samples.data(), 480, 22050, &block, &info), GSMCODEC_OK);
+  EXPECT_EQ(Taken(block, info.compressedBytes), example);
+  ASSERT_EQ(gsmCodec_Decode(example.data(), static_cast<qz::ulong>(example.size()), &block, &info),
+            GSMCODEC_OK);
+  EXPECT_EQ(info.sampleRate, 22050u);
+  std::vector<short> decoded = TakenSamples(block, info.numSamples);
+  std::vector<short> told(320);
+  for (const short sample : Decoded("gsm-stream.md"))
+    told.push_back(sample);
+  EXPECT_EQ(decoded.size(), 480u);
+  decoded.resize(told.size());
+  EXPECT_EQ(decoded, told);
+}
+
+TEST_F(FormatPages, GbExampleIsWhatTheCodecMakes) {
+  std::vector<short> samples(192);
+  for (std::size_t i = 0; i < 32; ++i) {
+    samples[i] = static_cast<short>(-30000 + 2000 * static_cast<int>(i));
+    samples[128 + i] = 12000;
+    samples[160 + i] = -12000;
+  }
+  _AUDIO audio{};
+  audio.Samples = samples.data();
+  audio.NumSamples = 192;
+  audio.LengthInBytes = 384;
+  const std::string example = Examples("gb-stream.md").at(0);
+  void* block = nullptr;
+  qz::ulong size = 0;
+  ASSERT_TRUE(mort_EncodeGB(&audio, &block, &size));
+  EXPECT_EQ(Taken(block, size), example);
+  ASSERT_EQ(gbCodec_Decode(example.data(), static_cast<qz::slong>(example.size()), &block, &size),
+            0);
+  std::vector<short> told = Decoded("gb-stream.md");
+  told.resize(96, 2048);
+  told.resize(128, 10240);
+  EXPECT_EQ(TakenSamples(block, size), told);
+}
+
+TEST_F(FormatPages, MortExampleIsTheHeadOfTheGbExample) {
+  const std::string example = Examples("mort.md").at(0);
+  EXPECT_EQ(example.substr(44), Examples("gb-stream.md").at(0));
+  folder.Put("in.mort", example);
+  const auto told =
+      nlohmann::json::parse(Expect(0, {"info", "in.mort", "--json"}).out, nullptr, false);
+  EXPECT_EQ(told["codec"], "gb");
+  EXPECT_EQ(told["length"], 192);
+  EXPECT_EQ(told["rate_hz"], 16000);
+  EXPECT_EQ(told["key"], 62);
+  const std::string text = Dump(example);
+  for (const char* line : {"0000002C       16  run 0              plain, 1 blocks",
+                           "0000003C       16  run 1              marker, decodes to 2 silent",
+                           "0000004C       16  plain block 1      AA AA"}) {
+    EXPECT_NE(text.find(line), std::string::npos) << line << '\n' << text;
+  }
+  const std::string gsm = Dump(std::string(example).replace(8, 1, 1, '\0').substr(0, 44) +
+                               Examples("gsm-stream.md").at(0));
+  for (const char* line : {"run 0              from bit 0: silence, 2 blocks",
+                           "run 1              from bit 5: coded, 1 blocks",
+                           "coded block 0      from bit 13: LARc "}) {
+    EXPECT_NE(gsm.find(line), std::string::npos) << line << '\n' << gsm;
+  }
 }
 
 TEST_F(FormatPages, NodeExamplesAreSampleAndSetup) {
