@@ -37,7 +37,7 @@ std::string FullPath(const std::string& native) {
   if (native.empty()) throw UsageFailure("A path is empty.");
   std::string path, why;
   if (!platform::FromNative(native, path, why)) {
-    throw Failure(fmt::format("\"{}\" cannot be used: {}", native, why),
+    throw Failure("This name cannot be used: " + why,
                   "Rename the file or folder, or work in another folder.");
   }
   return path;
@@ -132,6 +132,10 @@ PendingFile::PendingFile(const std::string& target, bool overwrite)
       nativeTarget_(NativePath(target)),
       overwrite_(overwrite) {
   struct stat status {};
+  const std::string folder = std::filesystem::path(nativeTarget_).parent_path().string();
+  if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    throw Failure(fmt::format("There is no folder \"{}\".", folder));
+  }
   if (::stat(nativeTarget_.c_str(), &status) != 0) return;
   if (S_ISDIR(status.st_mode)) throw Failure(fmt::format("\"{}\" is a folder.", nativeTarget_));
   if (!overwrite) {

@@ -13,6 +13,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr std::size_t kUsualWidth = 60;
+
 // Characters as a terminal counts them, near enough: continuation bytes of UTF-8 take no column.
 std::size_t Width(const std::string& text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
@@ -150,14 +152,15 @@ void Table::Print(std::ostream& out) const {
   std::vector<std::size_t> widths(rows_.front().size());
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], Width(Printable(row[i])));
+      const std::size_t width = Width(Printable(row[i]));
+      if (width <= kUsualWidth) widths[i] = std::max(widths[i], width);
     }
   }
   for (const auto& row : rows_) {
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i) {
       const std::string text = Printable(row[i]);
-      line += text + std::string(widths[i] - Width(text) + 2, ' ');
+      line += text + std::string(std::max(widths[i], Width(text)) - Width(text) + 2, ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);
     out << line << '\n';

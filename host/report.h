@@ -10,7 +10,8 @@
 
 namespace samplehost {
 
-// Columns as wide as their widest text, two blanks between them. Control characters in texts are
+// Columns as wide as their widest text of usual length, two blanks between them; a longer text
+// pushes the rest of its row aside, not that of all rows. Control characters in texts are
 // shown as escapes, so that no file name can write over the screen.
 class Table {
  public:

@@ -73,6 +73,7 @@ TEST_F(CommandLine, TellsUsageFromFailure) {
   Expect(2, {"new", "b.db", "--class", "High=256"});
   Expect(2, {"new", "b.db", "--default-type", "loud"});
   EXPECT_FALSE(std::filesystem::exists(folder / "b.db"));
+  EXPECT_NE(Expect(1, {"new", "nowhere/b.db"}).err.find("no folder"), std::string::npos);
   Import("kick.wav", "MP3", 2);
   Expect(2, {"import", "game.db", "kick.wav", "--class", "High"});
   Expect(2, {"import", "game.db", "kick.wav", "kick.wav", "--node", "x", "--class", "High",

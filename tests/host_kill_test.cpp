@@ -105,7 +105,7 @@ TEST_F(KillTest, LeavesTheLastSavedState) {
     const pid_t child = Start(folder.path, change.arguments);
     const auto known = lasts.find(change.arguments[0]);
     if (known != lasts.end()) {
-      std::this_thread::sleep_for(known->second * Below(1001) / 1000);
+      std::this_thread::sleep_for(known->second * Below(1301) / 1000);
       kill(child, SIGKILL);
     }
     int status = 0;
