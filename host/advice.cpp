@@ -27,6 +27,10 @@ std::string AdviceFor(SDAccessInterface::SDError error) {
     case Error::ERROR_COULDNOTREAD:
     case Error::ERROR_COULDNOTDECODE:
       return "Put the node's files back into the sample folder, or remove and import it again.";
+    case Error::ERROR_ISCHECKEDOUT:
+      return "Bring it back first: checkin NODE, or undo-checkout NODE to leave the files outside.";
+    case Error::ERROR_COULDNOTGATHERFILEINFO:
+      return "\"samplehost info DB NODE\" shows the node's files.";
     case Error::ERROR_NOEXTRADATA:
       return "Only the ADPCM formats have extra data.";
     case Error::ERROR_INTERNAL:

@@ -12,43 +12,17 @@
 #include <string>
 #include <vector>
 
+#include "host/clean.h"
+#include "host/command_line.h"
 #include "host/failure.h"
 #include "host/library.h"
+#include "host/shell.h"
 #include "host/verbs.h"
+#include "host/verify.h"
 
 namespace samplehost {
 
 namespace {
-
-// One run of the program: the parsed arguments, and the verb that they chose.
-struct CommandLine {
-  Context context;
-  std::function<int()> verb;
-
-  CLI::App* Add(CLI::App& app, const std::string& name, const std::string& description,
-                const std::string& example) {
-    CLI::App* command = app.add_subcommand(name, description);
-    command->footer("Example:\n  samplehost " + example);
-    return command;
-  }
-
-  // As Add, for a verb that works on a database.
-  CLI::App* AddOnDatabase(CLI::App& app, const std::string& name, const std::string& description,
-                          const std::string& example) {
-    CLI::App* command = Add(app, name, description, example);
-    command->add_option("DB", context.database, "the database file")->required();
-    return command;
-  }
-
-  void Chooses(CLI::App* command, std::function<int()> run) {
-    command->callback([this, run = std::move(run)] { verb = run; });
-  }
-};
-
-template <typename T>
-std::shared_ptr<T> Arguments() {
-  return std::make_shared<T>();
-}
 
 void AddNew(CLI::App& app, CommandLine& line) {
   CLI::App* command =
@@ -137,9 +111,11 @@ void AddInfo(CLI::App& app, CommandLine& line) {
       "  samplehost info kick.wav");
   const auto node = Arguments<std::optional<std::string>>();
   const auto json = Arguments<bool>();
-  command->add_option("DB", line.context.database, "the database file, or a sound file")
-      ->required();
-  command->add_option("NODE", *node, "the node");
+  if (line.shell == nullptr) {
+    command->add_option("DB", line.context.database, "the database file, or a sound file")
+        ->required();
+  }
+  command->add_option("NODE", *node, "the node")->required(line.shell != nullptr);
   command->add_flag("--json", *json, "as JSON");
   line.Chooses(command, [&line, node, json] {
     if (*node) return Info(line.context, **node, *json);
@@ -224,8 +200,71 @@ void AddDump(CLI::App& app, CommandLine& line) {
   line.Chooses(command, [&line, file] { return Dump(line.context, *file); });
 }
 
-void AddVerbs(CLI::App& app, CommandLine& line) {
-  AddNew(app, line);
+void AddOpen(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "open", "Work on a database line by line: at a prompt, or from a script.",
+      "open game.db --script nightly.txt");
+  const auto options = Arguments<ShellOptions>();
+  command->add_option("--script", options->script, "the lines of this file; - or none: of stdin");
+  command->add_flag("--keep-going", options->keepGoing, "go on behind a line that failed");
+  line.Chooses(command, [&line, options] { return OpenShell(line.context, *options); });
+}
+
+void AddVerify(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "verify", "Check every file of the saved samples, and the encoded ones frame by frame.",
+      "verify game.db --repair");
+  const auto options = Arguments<VerifyOptions>();
+  command->add_flag("--repair", options->repair,
+                    "make encoded files anew where they are missing, damaged or odd");
+  command->add_flag("--json", options->json, "as JSON");
+  line.Chooses(command, [&line, options] { return Verify(line.context, *options); });
+}
+
+void AddClean(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "clean", "Move folders that no node names out of the sample folder, to \"orphans\".",
+      "clean game.db --dry-run");
+  const auto dryRun = Arguments<bool>();
+  command->add_flag("--dry-run", *dryRun, "only list them");
+  line.Chooses(command, [&line, dryRun] { return Clean(line.context, *dryRun); });
+}
+
+}  // namespace
+
+// --- Shared with sessions ---
+
+CLI::App* CommandLine::Add(CLI::App& app, const std::string& name, const std::string& description,
+                           const std::string& example) {
+  CLI::App* command = app.add_subcommand(name, description);
+  command->footer("Example:\n  samplehost " + example);
+  return command;
+}
+
+CLI::App* CommandLine::AddOnDatabase(CLI::App& app, const std::string& name,
+                                     const std::string& description, const std::string& example) {
+  if (shell != nullptr) {
+    // The examples name the same database everywhere, which is open here.
+    std::string typed = example;
+    for (const std::string word : {"samplehost ", " game.db"}) {
+      for (std::size_t at = 0; (at = typed.find(word)) != std::string::npos;)
+        typed.erase(at, word.size());
+    }
+    return AddInSession(app, name, description, typed);
+  }
+  CLI::App* command = Add(app, name, description, example);
+  command->add_option("DB", context.database, "the database file")->required();
+  return command;
+}
+
+CLI::App* CommandLine::AddInSession(CLI::App& app, const std::string& name,
+                                    const std::string& description, const std::string& example) {
+  CLI::App* command = app.add_subcommand(name, description);
+  command->footer("Example:\n  " + example);
+  return command;
+}
+
+void AddSharedVerbs(CLI::App& app, CommandLine& line) {
   AddClassVerbs(app, line);
   AddFolder(app, line);
   AddLock(app, line, true);
@@ -240,30 +279,34 @@ void AddVerbs(CLI::App& app, CommandLine& line) {
   AddDump(app, line);
 }
 
-int Report(const Failure& failure, int code) {
-  std::cerr << "samplehost: " << failure.what() << '\n';
-  if (!failure.advice().empty()) std::cerr << "  " << failure.advice() << '\n';
+namespace {
+
+int Report(std::ostream& err, const std::string& where, const Failure& failure, int code) {
+  err << where << ": " << failure.what() << '\n';
+  if (!failure.advice().empty()) err << "  " << failure.advice() << '\n';
   return code;
 }
 
-int RunVerb(const CommandLine& line) {
+}  // namespace
+
+int RunVerb(const CommandLine& line, const std::string& where) {
+  std::ostream& out = line.context.out;
+  std::ostream& err = line.context.err;
   try {
     const int code = line.verb();
-    std::cout.flush();
-    if (std::cout) return code;
-    return Report(Failure("Standard output could not be written."), kSomeFailed);
+    out.flush();
+    if (out) return code;
+    return Report(err, where, Failure("Standard output could not be written."), kSomeFailed);
   } catch (const UsageFailure& failure) {
-    return Report(failure, kUsage);
+    return Report(err, where, failure, kUsage);
   } catch (const Failure& failure) {
-    return Report(failure, kSomeFailed);
+    return Report(err, where, failure, kSomeFailed);
   } catch (const std::bad_alloc&) {
-    return Report(Failure("Out of memory."), kSomeFailed);
+    return Report(err, where, Failure("Out of memory."), kSomeFailed);
   } catch (const std::exception& error) {
-    return Report(Failure(error.what()), kSomeFailed);
+    return Report(err, where, Failure(error.what()), kSomeFailed);
   }
 }
-
-}  // namespace
 
 int RunCommandLine(int argc, char** argv) {
   CLI::App app("samplehost: a database of samples, and the formats they are encoded in.",
@@ -276,14 +319,18 @@ int RunCommandLine(int argc, char** argv) {
   line.context.progress = ::isatty(STDERR_FILENO) != 0;
   app.add_option("--library", line.context.library,
                  "path of the SampleData library (SampleData.so beside this program)");
-  AddVerbs(app, line);
+  AddNew(app, line);
+  AddSharedVerbs(app, line);
+  AddOpen(app, line);
+  AddVerify(app, line);
+  AddClean(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kAllWell : kUsage;
   }
   if (line.context.library.empty()) line.context.library = SampleLibrary::DefaultPath();
-  return RunVerb(line);
+  return RunVerb(line, "samplehost");
 }
 
 }  // namespace samplehost

@@ -64,7 +64,7 @@ class ImportNode {
   ImportNode& operator=(const ImportNode&) = delete;
 
   Node& node() { return node_; }
-  bool isNew() const { return isNew_; }
+  bool wasMade() const { return wasMade_; }
   void Keep() { isNew_ = false; }
 
  private:
@@ -74,12 +74,14 @@ class ImportNode {
 
   Session& session_;
   bool isNew_;
+  bool wasMade_;
   Node& node_;
 };
 
 ImportNode::ImportNode(Session& session, const std::string& file, const std::string& wanted)
     : session_(session),
       isNew_(wanted.empty() || session.root().Find(wanted) == nullptr),
+      wasMade_(isNew_),
       node_(isNew_ ? session.AddNode(NewName(session, file, wanted))
                    : session.RequireHealthy(wanted)) {}
 
@@ -105,11 +107,6 @@ void CheckRoom(Session& session, const Node& node, const std::string& path,
   }
 }
 
-// Takes the sample back that stands in the node but not whole on the disk.
-void RemoveHalfWritten(Node& node, const std::string& qualityClass) {
-  node.sample().RemoveSample(qualityClass.c_str());
-}
-
 // Imports one file (full path) and gives the name of its node.
 std::string ImportFile(Session& session, const std::string& path, const ImportOptions& options) {
   if (const std::optional<Refusal> refusal = CheckSoundFile(path)) {
@@ -119,16 +116,19 @@ std::string ImportFile(Session& session, const std::string& path, const ImportOp
   Node& node = target.node();
   if (node.damaged()) throw Failure(node.damage());
   CheckRoom(session, node, path, options.qualityClass);
+  const std::uint64_t steps = session.root().undo().pushed();
   const SDAccessInterface::SDError error =
       node.sample().ImportSample(path.c_str(), options.formatIndex, options.qualityClass.c_str());
   if (error != SDAccessInterface::ERROR_OK) throw Failure(node.LastError(), AdviceFor(error));
   session.root().HoldClass(node, options.qualityClass);
   if (!EncodedIsWhole(node, FactsOf(session, node, options.qualityClass))) {
-    RemoveHalfWritten(node, options.qualityClass);
-    session.root().ForgetClass(node, options.qualityClass);
+    session.root().UndoSince(steps);
     throw Failure("The encoded file could not be written whole", "Make room on the disk.");
   }
   target.Keep();
+  if (target.wasMade() && session.root().undo().pushed() != steps) {
+    session.root().undo().last().madeNode = true;
+  }
   return node.name();
 }
 

@@ -17,6 +17,9 @@ namespace {
 // The library counts a class's references in 16 bits, without a guard.
 constexpr unsigned kMaxClassReferences = 65535;
 
+// The one change of a node that leaves its files alone.
+constexpr qz::ulong kSelectionChange = 6;
+
 }  // namespace
 
 // --- Node ----------------------------------------------------------------------------------------
@@ -73,9 +76,16 @@ void Node::EndModify(HDBUndoInfo* info) {
   QZ_ASSERT(openModifications_ > 0, "EndModify without BeginModify");
   --openModifications_;
   if (info == nullptr) return;
+  root_.changed_ = true;
+  if (info->ID != kSelectionChange) checkInOvertaken = true;
   if (root_.undoDisabled_ == 0) {
     try {
-      root_.undo_.Push(*info);
+      UndoStep step;
+      step.record = *info;
+      step.node = row_.id;
+      step.nodeName = row_.name;
+      step.classes = row_.classes;
+      root_.undo_.Push(step, *access_);
       return;
     } catch (const std::exception&) {
       // A change that cannot be undone is better than no change.
@@ -154,6 +164,12 @@ Node* Root::Find(const std::string& name) const {
   return found != byName_.end() ? found->second : nullptr;
 }
 
+Node* Root::FindById(std::int64_t id) const {
+  const auto found = std::find_if(samples_.begin(), samples_.end(),
+                                  [id](const auto& node) { return node->row_.id == id; });
+  return found != samples_.end() ? found->get() : nullptr;
+}
+
 std::string Root::FreeName(const std::string& wanted) {
   if (Find(wanted) == nullptr) return wanted;
   // Where the count stood last time is remembered: a thousand equal names take a thousand steps.
@@ -193,7 +209,12 @@ bool Root::DeleteNode(HDBBaseNodeInterface* node) {
     return false;
   }
   try {
-    if (!deleted->damaged() && undoDisabled_ == 0 && !GatherUndo(*deleted)) return false;
+    if (undoDisabled_ != 0) {
+      undo_.DiscardNode(deleted->row_.id, *deleted->access_);
+    } else if (!deleted->damaged() && !GatherUndo(*deleted)) {
+      return false;
+    }
+    changed_ = true;
     for (const std::string& name : deleted->row_.classes) {
       setup_->setup().RemoveRef(name.c_str());
       --classCounts_[name];
@@ -207,13 +228,17 @@ bool Root::DeleteNode(HDBBaseNodeInterface* node) {
 }
 
 bool Root::GatherUndo(Node& node) {
-  HDBUndoInfo record;
-  record.description = ("delete node " + node.name()).c_str();
-  if (!node.access_->GatherDeleteInfo(&record)) return false;
+  UndoStep step;
+  step.record.description = ("delete node " + node.name()).c_str();
+  step.node = node.row_.id;
+  step.nodeName = node.row_.name;
+  step.classes = node.row_.classes;
+  step.deleted = node.row_;
+  if (!node.access_->GatherDeleteInfo(&step.record)) return false;
   try {
-    undo_.Push(record);
+    undo_.Push(step, *node.access_);
   } catch (const std::exception&) {
-    node.access_->DiscardUndoInfo(&record);
+    node.access_->DiscardUndoInfo(&step.record);
     return false;
   }
   return true;
@@ -231,23 +256,6 @@ void Root::Forget(Node& node) {
     retired_.splice(retired_.end(), samples_, place);
   } else {
     samples_.erase(place);
-  }
-}
-
-// The records go while there still is a setup node; any sample node's object will do, also one
-// that was never bound to a node.
-void Root::DiscardUndo() {
-  if (undo_.empty()) return;
-  if (!samples_.empty()) {
-    undo_.DiscardAll(*samples_.front()->access_);
-    return;
-  }
-  try {
-    HDBAccessBaseInterface* helper = library_.Create(NodeKind::kSample);
-    undo_.DiscardAll(*helper);
-    library_.Release(NodeKind::kSample, helper);
-  } catch (const Failure&) {
-    // No memory for a helper: the process ends here, and the records with it.
   }
 }
 

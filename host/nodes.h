@@ -6,8 +6,8 @@
 // marks its files for deletion, and the files of a damaged node are still those of its payload.
 //
 // Class references: a node holds one reference for each of its quality classes. The host takes it
-// when the node gains a sample of the class, and gives it back when the node goes; the removal of a
-// single sample gives it back by itself.
+// when the node gains a sample of the class, and gives it back when it loses the sample or the node
+// goes; the removal of a single sample gives it back by itself.
 #ifndef HOST_NODES_H_
 #define HOST_NODES_H_
 
@@ -43,6 +43,11 @@ class Node final : public HDBBaseNodeInterface {
   SDSetupInterface& setup() const;
 
   void set_locked(bool locked) { row_.locked = locked; }
+
+  // Native path of the folder that the node was last checked out to.
+  std::string checkOutFolder;
+  // The node changed since its last check-in: the way back from that would lose the change.
+  bool checkInOvertaken = false;
 
   // Set where the node could not be loaded: why, as the user reads it. Its payload is then kept as
   // it is, and its object is neither saved nor asked for anything.
@@ -109,6 +114,10 @@ class Root final : public HDBRootInterface {
   const Settings& settings() const { return settings_; }
   UndoList& undo() { return undo_; }
   const std::list<std::unique_ptr<Node>>& samples() const { return samples_; }
+
+  // Is there anything that a save would have to write? What the host changes by itself it marks.
+  bool changed() const { return changed_; }
+  void set_changed(bool changed) { changed_ = changed; }
   // Null until the setup node was made.
   Node* setup() const { return setup_.get(); }
 
@@ -117,6 +126,7 @@ class Root final : public HDBRootInterface {
   Node& Add(NodeKind kind, const NodeRow& row);
   // By name; a name in another case is taken where there is no exact one. Null for none.
   Node* Find(const std::string& name) const;
+  Node* FindById(std::int64_t id) const;
   // `wanted`, or where that is taken `wanted` with the first free number from 2 on behind it.
   std::string FreeName(const std::string& wanted);
 
@@ -126,6 +136,29 @@ class Root final : public HDBRootInterface {
   unsigned CountOfClass(const std::string& qualityClass) const;
   // Forgets a reference that the library gave back itself.
   void ForgetClass(Node& node, const std::string& qualityClass);
+  // Takes and gives back references so that they are those of the samples that the node has now.
+  void RecountClasses(Node& node);
+
+  // Gives a healthy or damaged node another name, which is free; can be undone.
+  void Rename(Node& node, const std::string& name);
+
+  // Takes the last step back, with those that are joined to it, and tells what it was. Failure
+  // where it cannot be taken back now (the step stays) or where the library fails (it is gone).
+  std::string Undo();
+  // Takes back what came since the list had counted `pushed` steps.
+  void UndoSince(std::uint64_t pushed);
+  // Forgets the newest step without taking it back; gives its description.
+  std::string ForgetLast();
+  // Lets a node take the name of one that it replaces.
+  void TakeName(Node& node, const std::string& name);
+
+  // A node outside the tree that is not saved; it can reach the setup. Null with `why` where it
+  // cannot be bound. It goes through ReleaseQuietly, so that its files stay unmarked: they are
+  // another's.
+  std::unique_ptr<Node> MakeHidden(std::string& why);
+  void ReleaseQuietly(std::unique_ptr<Node> node);
+  // Full path of the database that the nodes loaded from here on were saved from; empty: ours.
+  void set_load_location(const std::string& path) { loadLocation_ = path.c_str(); }
 
   // Ids of the nodes that left the tree since the last save, saved ones or not.
   std::vector<std::int64_t> deletedIds;
@@ -139,14 +172,17 @@ class Root final : public HDBRootInterface {
   HDBBaseNodeInterface* GetSampleSetupNode() const override { return registeredSetup_; }
   void SetSampleSetupNode(HDBBaseNodeInterface* node) override { registeredSetup_ = node; }
   qz::string GetFilename() const override { return filename_; }
-  qz::string GetCurrentLoadLocation() const override { return filename_; }
+  qz::string GetCurrentLoadLocation() const override {
+    return loadLocation_.empty() ? filename_ : loadLocation_;
+  }
   bool IsShutDownActive() const override { return shutdown_; }
   HDBSampleType GetDefaultSampleType() const override { return settings_.defaultType; }
   bool GetOnlyDefaultSampleType() const override { return settings_.onlyDefault; }
   void DisableUndo() override { ++undoDisabled_; }
   void EnableUndo() override { --undoDisabled_; }
-  // Removes a sample node, with an undo record unless undo is disabled. False for a locked node and
-  // where memory ran out. The files of a damaged node stay: nobody knows which are its own.
+  // Removes a sample node, with an undo record unless undo is disabled: then it is gone for good,
+  // and its records with it. False for a locked node and where memory ran out. The files of a
+  // damaged node stay: nobody knows which are its own.
   bool DeleteNode(HDBBaseNodeInterface* node) override;
 
  private:
@@ -155,10 +191,16 @@ class Root final : public HDBRootInterface {
   void Forget(Node& node);
   bool GatherUndo(Node& node);
   void DiscardUndo();
+  void Discard(HDBUndoInfo& record);
+  void CheckUndo(const UndoStep& step) const;
+  bool Revert(UndoStep& step);
+  Node& Remake(NodeRow row);
 
   SampleLibrary& library_;
   qz::string filename_;
+  qz::string loadLocation_;
   Settings settings_;
+  bool changed_ = false;
   HDBBaseNodeInterface* registeredSetup_ = nullptr;
   bool shutdown_ = false;
   int undoDisabled_ = 0;

@@ -179,6 +179,7 @@ void Session::Save() {
   }
   root_.deletedIds.clear();
   setupRunsAhead_ = false;
+  root_.set_changed(false);
 }
 
 // What a failed save wrote is not what is stored; the next save writes it all again.
@@ -261,10 +262,12 @@ void Session::AddClass(const std::string& name, int level) {
     throw Failure(
         fmt::format("Class \"{}\" (level {}): {}.", name, level, root_.setup()->LastError()));
   }
+  root_.set_changed(true);
 }
 
 void Session::RemoveClass(const std::string& name) {
   const SDSetupInterface::SDError error = setup().RemoveQualityClass(name.c_str());
+  root_.set_changed(error == SDSetupInterface::ERROR_OK || root_.changed());
   if (error == SDSetupInterface::ERROR_OK) return;
   throw Failure(fmt::format("Class \"{}\": {}.", name, root_.setup()->LastError()),
                 error == SDSetupInterface::ERROR_CLASSSTILLUSED

@@ -63,6 +63,26 @@ class Session {
   // Saves everything or, with a Failure, nothing.
   void Save();
 
+  // Takes the last step back and tells what it was. Failure while the last save stands half: the
+  // library would take files of the committed database for files that nobody needs.
+  std::string Undo();
+  // Failure with the same reason; for whatever else goes back to older files.
+  void RequireWholeSave() const;
+
+  // Writes the setup to a node file at a full path that does not exist, and saves all.
+  void SaveSetupFile(const std::string& path, bool overwrite);
+  // Takes classes and sample folder from a node file; what is in use stays. Undo and the tidying at
+  // the end wait for a whole save from here on. Gives notes for the user.
+  std::vector<std::string> LoadSetupFile(const std::string& path);
+  // Saves all, then the node to a node file.
+  void SaveNodeFile(Node& node, const std::string& path, bool overwrite);
+  // Puts what a node file holds in the place of the node `name`, or makes that node. `from` is the
+  // full path of the database that the file was saved from; empty: ours. The node gets files of its
+  // own: those that the file names stay another's.
+  void LoadNodeFile(const std::string& name, const std::string& path, const std::string& from);
+  // A new node with all of `source`.
+  void CopyNode(Node& source, const std::string& name);
+
  private:
   friend struct SessionTestAccess;
 
@@ -75,6 +95,10 @@ class Session {
   void SaveNode(Node& node);
   void ForgetWritten();
   void MakeTree();
+  struct SetupState;
+  SetupState ReadSetup() const;
+  void RestoreSetup(const SetupState& state);
+  Node& CopyInto(const std::string& name, Node& source);
 
   std::string path_;
   std::string folder_;

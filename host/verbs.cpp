@@ -23,10 +23,6 @@ namespace {
 constexpr int kMaxLevel = 255;
 constexpr std::size_t kBarWidth = 30;
 
-Session Open(const Context& context) {
-  return Session(context.library, FullPath(context.database));
-}
-
 std::pair<std::string, int> ParseClass(const std::string& text) {
   const std::size_t equals = text.rfind('=');
   const std::string number = equals == std::string::npos ? "" : text.substr(equals + 1);
@@ -53,22 +49,14 @@ qz::uchar FormatIndex(Session& session, const std::string& name) {
   throw UsageFailure(fmt::format("There is no format \"{}\".", name), "The formats are: " + known);
 }
 
-void WarnOfDamage(const Context& context, Session& session) {
-  for (const auto& node : session.root().samples()) {
-    if (!node->damaged()) continue;
-    context.err << fmt::format("warning: node \"{}\" is damaged and kept as it is: {}\n",
-                               Printable(node->name()), node->damage());
-  }
-}
-
 bool HasDamage(Session& session) {
   const auto& samples = session.root().samples();
   return std::any_of(samples.begin(), samples.end(),
                      [](const auto& node) { return node->damaged(); });
 }
 
-[[noreturn]] void FailWith(const Node& node, SDAccessInterface::SDError error) {
-  throw Failure(fmt::format("Node \"{}\": {}.", node.name(), node.LastError()), AdviceFor(error));
+Failure FailureOf(const Node& node, SDAccessInterface::SDError error) {
+  return Failure(fmt::format("Node \"{}\": {}.", node.name(), node.LastError()), AdviceFor(error));
 }
 
 // --- Import: stopping, progress, table of failures ---
@@ -120,6 +108,25 @@ void CheckImport(Session& session, const ImportArguments& arguments, std::size_t
 
 }  // namespace
 
+Session& Open(const Context& context) {
+  if (context.session != nullptr) return *context.session;
+  context.opened = std::make_unique<Session>(context.library, FullPath(context.database));
+  return *context.opened;
+}
+
+void WarnOfDamage(const Context& context, Session& session) {
+  for (const auto& node : session.root().samples()) {
+    if (!node->damaged()) continue;
+    context.err << fmt::format("warning: node \"{}\" is damaged and kept as it is: {}\n",
+                               Printable(node->name()), node->damage());
+  }
+}
+
+void Finish(const Context& context, Session& session) {
+  session.root().set_changed(true);
+  if (context.session == nullptr) session.Save();
+}
+
 int New(const Context& context, const NewArguments& arguments) {
   NewDatabase wanted;
   wanted.path = FullPath(context.database);
@@ -142,23 +149,23 @@ int AddClasses(const Context& context, const std::vector<std::string>& classes) 
   std::vector<std::pair<std::string, int>> parsed;
   for (const std::string& text : classes)
     parsed.push_back(ParseClass(text));
-  Session session = Open(context);
+  Session& session = Open(context);
   for (const auto& [name, level] : parsed)
     session.AddClass(name, level);
-  session.Save();
+  Finish(context, session);
   return kAllWell;
 }
 
 int RemoveClasses(const Context& context, const std::vector<std::string>& names) {
-  Session session = Open(context);
+  Session& session = Open(context);
   for (const std::string& name : names)
     session.RemoveClass(name);
-  session.Save();
+  Finish(context, session);
   return kAllWell;
 }
 
 int ListClasses(const Context& context) {
-  Session session = Open(context);
+  Session& session = Open(context);
   Table table({"CLASS", "LEVEL", "SAMPLES"});
   for (const qz::string& name : session.setup().EnumerateQualityClasses()) {
     // Levels from 128 on come out negative.
@@ -171,24 +178,24 @@ int ListClasses(const Context& context) {
 }
 
 int Folder(const Context& context, const std::optional<std::string>& folder) {
-  Session session = Open(context);
+  Session& session = Open(context);
   if (folder) {
     session.SetSampleFolder(*folder);
-    session.Save();
+    Finish(context, session);
   }
   context.out << NativePath(session.SampleFolder()) << '\n';
   return kAllWell;
 }
 
 int SetLock(const Context& context, const std::string& name, bool locked) {
-  Session session = Open(context);
+  Session& session = Open(context);
   session.Require(name).set_locked(locked);
-  session.Save();
+  Finish(context, session);
   return kAllWell;
 }
 
 int Import(const Context& context, const ImportArguments& arguments) {
-  Session session = Open(context);
+  Session& session = Open(context);
   WarnOfDamage(context, session);
   const std::vector<std::string> files =
       CollectSoundFiles(arguments.files, arguments.recursive, NativePath(session.SampleFolder()));
@@ -199,14 +206,15 @@ int Import(const Context& context, const ImportArguments& arguments) {
     context.err << "note: this database takes its default type only; --format has no say.\n";
   }
   stopAsked = 0;
-  std::signal(SIGINT, AskToStop);
+  const auto handler = std::signal(SIGINT, AskToStop);
   const ImportResult result = ImportFiles(
       session, files, options, [&](std::size_t number, std::size_t count, const std::string& file) {
         if (context.progress) ShowProgress(context, number, count, file);
         return stopAsked == 0;
       });
+  std::signal(SIGINT, handler);
   if (context.progress) EndProgress(context);
-  if (!result.imported.empty()) session.Save();
+  if (!result.imported.empty()) Finish(context, session);
   for (const Imported& imported : result.imported) {
     context.out << fmt::format("{}\t{}\n", Printable(imported.node), Printable(imported.file));
   }
@@ -215,7 +223,7 @@ int Import(const Context& context, const ImportArguments& arguments) {
 }
 
 int List(const Context& context, bool json) {
-  Session session = Open(context);
+  Session& session = Open(context);
   if (json) {
     PrintListJson(session, context.out);
   } else {
@@ -225,7 +233,7 @@ int List(const Context& context, bool json) {
 }
 
 int Info(const Context& context, const std::string& name, bool json) {
-  Session session = Open(context);
+  Session& session = Open(context);
   Node& node = session.Require(name);
   std::vector<InfoEntry> entries;
   bool allWell = !node.damaged();
@@ -255,7 +263,7 @@ int Export(const Context& context, const ExportArguments& arguments) {
   }
   const ExportOptions options{arguments.as, FullPath(arguments.target), arguments.channel,
                               arguments.force};
-  Session session = Open(context);
+  Session& session = Open(context);
   Node& node = session.RequireHealthy(arguments.node);
   for (const std::string& path : ExportSample(session, node, arguments.qualityClass, options)) {
     context.out << path << '\n';
@@ -265,28 +273,34 @@ int Export(const Context& context, const ExportArguments& arguments) {
 
 int Format(const Context& context, const std::string& name, const std::string& qualityClass,
            const std::string& format) {
-  Session session = Open(context);
+  Session& session = Open(context);
   const qz::uchar index = FormatIndex(session, format);
   Node& node = session.RequireHealthy(name);
+  const std::uint64_t steps = session.root().undo().pushed();
   const SDAccessInterface::SDError error =
       node.sample().ChangeSampleFormat(qualityClass.c_str(), index);
-  // Nothing is saved then: the node stays what the database says it is.
-  if (error != SDAccessInterface::ERROR_OK) FailWith(node, error);
+  if (error != SDAccessInterface::ERROR_OK) {
+    const Failure failure = FailureOf(node, error);
+    session.root().UndoSince(steps);  // the change of format stands where the encoding failed
+    throw failure;
+  }
+  if (session.root().undo().pushed() == steps) return kAllWell;  // it has that format
   if (!EncodedIsWhole(node, FactsOf(session, node, qualityClass))) {
+    session.root().UndoSince(steps);
     throw Failure("The encoded file could not be written whole; the node stays as it was.",
                   "Make room on the disk.");
   }
-  session.Save();
+  Finish(context, session);
   return kAllWell;
 }
 
 int Remove(const Context& context, const std::string& name,
            const std::optional<std::string>& qualityClass) {
-  Session session = Open(context);
+  Session& session = Open(context);
   if (qualityClass) {
     Node& node = session.RequireHealthy(name);
     const SDAccessInterface::SDError error = node.sample().RemoveSample(qualityClass->c_str());
-    if (error != SDAccessInterface::ERROR_OK) FailWith(node, error);
+    if (error != SDAccessInterface::ERROR_OK) throw FailureOf(node, error);
     session.root().ForgetClass(node, *qualityClass);
   } else {
     Node& node = session.Require(name);
@@ -294,10 +308,14 @@ int Remove(const Context& context, const std::string& name,
       throw Failure(fmt::format("Node \"{}\" is locked.", node.name()),
                     AdviceFor(SDAccessInterface::ERROR_READONLY));
     }
+    if (!node.damaged() && node.sample().IsCheckedOut()) {
+      throw Failure(fmt::format("Node \"{}\" is checked out.", node.name()),
+                    AdviceFor(SDAccessInterface::ERROR_ISCHECKEDOUT));
+    }
     if (node.damaged()) context.err << "note: the files of a damaged node stay where they are.\n";
     if (!session.root().DeleteNode(&node)) throw Failure("The node could not be removed.");
   }
-  session.Save();
+  Finish(context, session);
   return kAllWell;
 }
 

@@ -5,11 +5,13 @@
 #define HOST_VERBS_H_
 
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "host/export.h"
+#include "host/session.h"
 
 namespace samplehost {
 
@@ -18,13 +20,26 @@ inline constexpr int kSomeFailed = 1;
 inline constexpr int kUsage = 2;
 
 // What every verb gets.
+//
+// On the command line a verb opens the database, and saves what it changed. In a session the
+// database is open already, and what changed waits for the user's save.
 struct Context {
   std::string library;   // native path of the library
   std::string database;  // native path of the database
   std::ostream& out = std::cout;
   std::ostream& err = std::cerr;
   bool progress = false;  // standard error is a terminal
+
+  Session* session = nullptr;               // the open session of a user; null on the command line
+  mutable std::unique_ptr<Session> opened;  // what a verb of the command line opened
 };
+
+// The session that a verb works on, opened where it is not.
+Session& Open(const Context& context);
+// Names the damaged nodes on `err`.
+void WarnOfDamage(const Context& context, Session& session);
+// Ends a verb that changed something: saves, or leaves that to the user of the session.
+void Finish(const Context& context, Session& session);
 
 struct NewArguments {
   std::string folder = "samples";

@@ -1,0 +1,247 @@
+// A session line by line: what scripts do and leave, undo with all that hangs on it, node files,
+// and the prompt on a terminal.
+#include <poll.h>
+#include <pty.h>
+
+#include "host/paths.h"
+#include "host/shell.h"
+#include "tests/host_support.h"
+
+namespace {
+
+using namespace host_test;
+using samplehost::QuoteWord;
+using samplehost::Session;
+using samplehost::SplitLine;
+
+class Shell : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    folder.Put("kick.wav", Wav({}));
+    folder.Put("other.wav", Wav({.length = 500}));
+    std::filesystem::create_directories(folder / "out");
+  }
+
+  RunResult Script(int code, const std::string& lines, const std::string& option = {}) {
+    folder.Put("script.txt", lines);
+    std::vector<std::string> arguments = {"open", "game.db", "--script", "script.txt"};
+    if (!option.empty()) arguments.push_back(option);
+    return Expect(code, arguments);
+  }
+
+  std::string Raw(const std::string& node, const std::string& qualityClass) {
+    const nlohmann::json info = Info(node);
+    for (const nlohmann::json& sample : info["classes"]) {
+      if (sample["class"] == qualityClass) return BytesOf(sample["raw_file"]);
+    }
+    return {};
+  }
+
+  // Nothing but what the database names is left on the disk.
+  void ExpectTidy() {
+    EXPECT_EQ(Expect(0, {"clean", "game.db", "--dry-run"}).out, "");
+    std::size_t samples = 0;
+    const nlohmann::json list = List();
+    for (const nlohmann::json& node : list["nodes"])
+      samples += node["classes"].size();
+    EXPECT_EQ(FilesIn(folder / "samples").size(), 2 * samples);
+  }
+
+  unsigned CountOf(const std::string& qualityClass) {
+    const std::string text = Expect(0, {"class", "game.db", "list"}).out;
+    unsigned level = 0;
+    unsigned count = 0;
+    const std::size_t at = text.find("\n" + qualityClass);
+    if (at == std::string::npos) return 0;
+    sscanf(text.c_str() + at + 1 + qualityClass.size(), "%u %u", &level, &count);
+    return count;
+  }
+};
+
+TEST_F(Shell, AScriptDoesADaysWork) {
+  Script(0,
+         "# the first half\n"
+         "import kick.wav --class High --format ADPCM\n"
+         "import other.wav kick.wav --class High --format PCM16  # other, kick-2\n"
+         "undo\n"
+         "import 'kick.wav' --class Low --format PCM8 --node kick\n"
+         "format kick High ADPCM+\n"
+         "undo\n"
+         "copy kick spare\n"
+         "rename spare \"big kick\"\n"
+         "delete kick\n"
+         "undo\n"
+         "remove \"big kick\" Low\n"
+         "select kick Low\n"
+         "history\n"
+         "save\n"
+         "quit\n");
+  EXPECT_EQ(CountOf("High"), 3u);
+  EXPECT_EQ(CountOf("Low"), 1u);
+  const RunResult second = Script(0,
+                                  "checkout kick out\n"
+                                  "status\n"
+                                  "export other 'out/kick (High).wav' --class High --as raw "
+                                  "--force\n"
+                                  "status\n"
+                                  "checkin kick\n"
+                                  "save\n"
+                                  "status\n"
+                                  "undo-checkin kick\n"
+                                  "checkout other out\n"
+                                  "undo-checkout other\n"
+                                  "checkout other out\n"
+                                  "redo-checkout other\n"
+                                  "save\n"
+                                  "quit\n");
+  EXPECT_NE(second.out.find("kick  High   unchanged"), std::string::npos) << second.out;
+  EXPECT_NE(second.out.find("kick  High   changed"), std::string::npos) << second.out;
+  EXPECT_NE(second.out.find("all is saved"), std::string::npos);
+  EXPECT_EQ(Raw("kick", "High"), Wav({}));
+  EXPECT_EQ(Raw("kick", "Low"), Wav({}));
+  EXPECT_EQ(Raw("big kick", "High"), Wav({}));
+  EXPECT_EQ(List()["nodes"].size(), 3u);
+  ExpectTidy();
+}
+
+TEST_F(Shell, StopsAtTheFailingLineAndDropsWhatWasNotSaved) {
+  const std::string lines =
+      "import kick.wav --class High --format PCM16\nsave\n\nimport other.wav --class High "
+      "--format PCM8\nselect kick Low\nlock kick\n";
+  RunResult result = Script(1, lines);
+  EXPECT_NE(result.err.find("script.txt:5: "), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("not saved"), std::string::npos) << result.err;
+  EXPECT_EQ(List()["nodes"].size(), 1u);
+  ExpectTidy();
+  result = Script(1, lines + "frobnicate\nunlock 'kick\nsave\n", "--keep-going");
+  for (const char* line : {":5: ", ":7: ", ":8: "})
+    EXPECT_NE(result.err.find(line), std::string::npos) << result.err;
+  EXPECT_EQ(List()["nodes"].size(), 3u);
+  // An end with unsaved changes is a failure unless they are dropped by word.
+  Script(1, "import other.wav --class Low --format PCM8\nquit\n");
+  Script(0, "import other.wav --class Low --format PCM8\nquit --discard\nfrobnicate\n");
+  Expect(1, {"open", "game.db", "--script", "missing.txt"});
+  ExpectTidy();
+}
+
+TEST_F(Shell, UndoGoesBackThroughEverything) {
+  Script(0,
+         "import kick.wav --class High --format PCM16\n"
+         "import other.wav --class High --format PCM16\n"
+         "save\n");
+  const std::set<std::string> files = FilesIn(folder / "samples");
+  const RunResult result = Script(1,
+                                  "format kick High ADPCM\n"
+                                  "import other.wav --class Low --format PCM8 --node kick\n"
+                                  "copy kick kick-2\n"
+                                  "delete kick\n"
+                                  "rename kick-2 kick\n"
+                                  "remove kick Low\n"
+                                  "select kick High\n"
+                                  "undo\nundo\nundo\nundo\nundo\nundo\nundo\n"
+                                  "class list\n"
+                                  "save\n"
+                                  "undo\n");
+  EXPECT_NE(result.err.find("script.txt:17: There is nothing to undo"), std::string::npos)
+      << result.err << result.out;
+  EXPECT_NE(result.out.find("Low    10     0\nHigh   100    2\n"), std::string::npos) << result.out;
+  EXPECT_EQ(Raw("kick", "High"), Wav({}));
+  ExpectTidy();
+  EXPECT_EQ(FilesIn(folder / "samples").size(), files.size());
+}
+
+TEST_F(Shell, UndoIsRefusedWhereItWouldDoHarm) {
+  const std::string start = "import kick.wav --class High --format PCM16\n";
+  const std::pair<const char*, const char*> refused[] = {
+      {"lock kick\nundo\n", "locked"},
+      {"checkout kick out\nundo\n", "checked out"},
+      {"checkout kick out\ndelete kick\n", "checked out"},
+      {"checkout kick out\nrename kick x\n", "checked out"},
+      {"checkout kick out\nload-setup none.node\n", "checked out"},
+      {"remove kick High\nclass remove High\nundo\n", "class add High"},
+      {"checkout kick out\ncheckin kick\nformat kick High PCM8\nundo-checkin kick\n", "--force"},
+      {"copy kick kick\n", "already"},
+      {"copy kick 'a/b'\n", "cannot be a name"},
+      {"checkout kick missing\n", "Make it first"}};
+  for (const auto& [lines, reason] : refused) {
+    const RunResult result = Script(1, start + lines);
+    EXPECT_NE(result.err.find(reason), std::string::npos) << lines << result.err;
+    ExpectTidy();
+  }
+  // The edits of an earlier check-out are not written over unasked.
+  folder.Put("out/kick (High).wav", "mine");
+  Script(1, start + "checkout kick out\n");
+  EXPECT_EQ(BytesOf(folder / "out/kick (High).wav"), "mine");
+  Script(0, start + "checkout kick out --force\nquit --discard\n");
+  EXPECT_EQ(BytesOf(folder / "out/kick (High).wav"), Wav({}));
+}
+
+// A loaded node has files of its own, so that neither database can delete the other's.
+TEST_F(Shell, NodeFilesCarryNodesWithinAndBetweenDatabases) {
+  Script(0,
+         "import kick.wav --class High --format ADPCM\n"
+         "save-node kick kick.node\n"
+         "save-setup classes.node\n"
+         "format kick High PCM8\n"
+         "save\n"
+         "load-node kick kick.node\n"
+         "load-node again kick.node\n"
+         "undo\n"
+         "save\n"
+         "save-node kick kick.node --force\n");
+  EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
+  EXPECT_EQ(CountOf("High"), 1u);
+  ExpectTidy();
+  folder.Put("far/kick.wav", Wav({}));
+  Expect(0, {"new", "far/away.db", "--class", "Other=1"});
+  folder.Put("script.txt",
+             "load-setup classes.node\n"
+             "load-node thump kick.node --from game.db\n"
+             "save\n"
+             "format thump High PCM16\n"
+             "save\n");
+  Expect(0, {"open", "far/away.db", "--script", "script.txt"});
+  EXPECT_EQ(Raw("kick", "High"), Wav({}));
+  ExpectTidy();
+  const RunResult far = Expect(0, {"list", "far/away.db", "--json"});
+  EXPECT_EQ(nlohmann::json::parse(far.out)["nodes"][0]["classes"][0]["format"], "PCM16");
+  EXPECT_NE(Expect(0, {"class", "far/away.db", "list"}).out.find("High   100    1"),
+            std::string::npos);
+  // What cannot be loaded changes nothing; nor is a file written over.
+  Script(1, "load-node kick kick.wav\n");
+  Script(1, "load-node kick kick.node --from far/away.db\n");
+  Script(1, "load-setup kick.node\n");
+  Script(1, "save-node kick kick.wav\n");
+  EXPECT_EQ(BytesOf(folder / "kick.wav"), Wav({}));
+  EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
+  EXPECT_EQ(CountOf("High"), 1u);
+  ExpectTidy();
+}
+
+TEST_F(Shell, ASetupFileKeepsTheClassesThatAreInUse) {
+  Expect(0, {"new", "other.db", "--class", "high=100", "--class", "Mid=50", "--folder", "two"});
+  folder.Put("script.txt", "save-setup classes.node\n");
+  Expect(0, {"open", "other.db", "--script", "script.txt"});
+  const RunResult result = Script(0,
+                                  "import kick.wav --class High --format PCM16\n"
+                                  "load-setup classes.node\n"
+                                  "class list\n"
+                                  "import kick.wav --class Mid --format PCM16\n"
+                                  "save\n");
+  EXPECT_NE(result.out.find("Mid    50     0\nHigh   100    1\n"), std::string::npos)
+      << result.out << result.err;
+  EXPECT_EQ(FilesIn(folder / "two").size(), 2u);
+  EXPECT_EQ(FilesIn(folder / "samples").size(), 2u);
+}
+
+TEST(ShellWords, AreSplitAndQuoted) {
+  using Words = std::vector<std::string>;
+  EXPECT_EQ(SplitLine(" a  'b c'\t\"d 'e'\"x# #f g"), (Words{"a", "b c", "d 'e'x#"}));
+  EXPECT_EQ(SplitLine("'' # nothing"), Words{""});
+  EXPECT_ANY_THROW(SplitLine("a \"b"));
+  for (const std::string word : {"plain", "", "two words", "it's", "#1", "say \"x\""})
+    EXPECT_EQ(SplitLine(QuoteWord(word)), Words{word});
+}
+
+}  // namespace
