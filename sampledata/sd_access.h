@@ -154,8 +154,14 @@ class SDAccess final : public SDTarvaneAccessInterface {
   void RestoreState(const SDUndo& snapshot);
   bool RestoreDeleted(const SDUndo& snapshot);
   bool DeleteOwnNode();
-  void DropFiles(SDSample& sample);
-  void ReclaimFiles(SDSample& sample);
+  std::list<SDDeleteInfo> FilesOf(const SDSampleList& samples) const;
+  // The files of a state that is being left. Where neither a saved state nor an older undo record
+  // refers to them they go at once. Takes the entries; cannot fail.
+  void DropFiles(std::list<SDDeleteInfo>& dropped);
+  // The files of the state that has come back, those of `sampleList` from its front. Where the
+  // saved database does not refer to them they go at shutdown unless a save covers them first.
+  // Takes the entries; cannot fail.
+  void ReclaimFiles(std::list<SDDeleteInfo>& reclaimed);
   // Makes `smp` a copy of `old` with files of its own in this node's folder. False where they
   // cannot be made; what was copied by then stays.
   bool RestoreSample(SDSample& smp, const SDSample& old);
@@ -167,7 +173,8 @@ class SDAccess final : public SDTarvaneAccessInterface {
                          const qz::string& qualClass) const;
   SDError FindCheckedOutFiles(const qz::string& folder, std::list<qz::string>& qualClassName,
                               std::list<qz::string>& checkoutName) const;
-  SDError ReturnToOldFolder(SDSample& sample);
+  // Names the samples as in the node's folder; `files` takes those that could be named.
+  SDError NameInOldFolder(SDSampleList& samples, std::list<SDDeleteInfo>& files);
   void TakeNameThatIsThere(SDSample& sample) const;
 
   // --- Stored nodes (sd_access_persist.cpp) ---

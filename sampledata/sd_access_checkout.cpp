@@ -105,28 +105,37 @@ SDAccess::SDError SDAccess::UndoCheckIn() {
   try {
     if (checkedOut) return SetError(ERROR_ISCHECKEDOUT);
     if (lastPreCheckOutInternalName.empty()) return SetError(ERROR_NOPRECHECKINSTATE);
-    for (SDSample& sample : sampleList)
-      DropFiles(sample);
-    SDError err = SetError(ERROR_OK);
+    std::list<SDDeleteInfo> dropped = FilesOf(sampleList);
+    std::list<SDDeleteInfo> reclaimed;
+    SDSampleList returned = sampleList;
+    SDError err = ERROR_OK;
     internalSampleFileName.swap(lastPreCheckOutInternalName);
-    lastPreCheckOutInternalName.clear();
-    for (SDSample& sample : sampleList) {
-      err = ReturnToOldFolder(sample);
-      if (err != ERROR_OK) break;
+    try {
+      err = NameInOldFolder(returned, reclaimed);
+    } catch (const std::bad_alloc&) {
+      internalSampleFileName.swap(lastPreCheckOutInternalName);
+      throw;
     }
-    return err;
+    // From here on nothing can fail.
+    lastPreCheckOutInternalName.clear();
+    DropFiles(dropped);
+    sampleList.swap(returned);
+    ReclaimFiles(reclaimed);
+    return SetError(err);
   } catch (const std::bad_alloc&) {
     return SetError(ERROR_NOMEMORY);
   }
 }
 
-// Only the file's name returns; the numbers stay as the check-in left them.
-SDAccess::SDError SDAccess::ReturnToOldFolder(SDSample& sample) {
-  if (!SetupInternalName(sample.fileName, sample.originalName, sample.GetQualClass())) {
-    return SetError(ERROR_INTERNAL);
+// Only the files' names return; the numbers stay as the check-in left them.
+SDAccess::SDError SDAccess::NameInOldFolder(SDSampleList& samples, std::list<SDDeleteInfo>& files) {
+  for (SDSample& sample : samples) {
+    if (!SetupInternalName(sample.fileName, sample.originalName, sample.GetQualClass())) {
+      return ERROR_INTERNAL;
+    }
+    TakeNameThatIsThere(sample);
+    files.emplace_back(this, &sample);
   }
-  TakeNameThatIsThere(sample);
-  ReclaimFiles(sample);
   return ERROR_OK;
 }
 

@@ -14,9 +14,7 @@
 bool SDAccess::GatherDeleteInfo(HDBUndoInfo* info) {
   try {
     auto snapshot = std::make_unique<SDUndo>(sampleList, selQualityClass, internalSampleFileName);
-    std::list<SDDeleteInfo> files;
-    for (const SDSample& sample : sampleList)
-      files.emplace_back(this, &sample);
+    std::list<SDDeleteInfo> files = FilesOf(sampleList);
     std::list<SDDeleteInfo> none;
     info->ID = UNDO_SD_DELETED;
     info->data = snapshot.release();
@@ -62,47 +60,61 @@ bool SDAccess::DoUndo(HDBUndoInfo* info) {
   }
 }
 
+// What can fail comes first: an undo that failed halfway would, tried again, take the files that
+// are already back for those to drop.
 void SDAccess::RestoreState(const SDUndo& snapshot) {
   SDSampleList restored = snapshot.sampleList;
   qz::string restoredName = snapshot.internalSampleFileName;
-  for (SDSample& sample : sampleList)
-    DropFiles(sample);
+  std::list<SDDeleteInfo> dropped = FilesOf(sampleList);
+  std::list<SDDeleteInfo> reclaimed = FilesOf(restored);
+  DropFiles(dropped);
   sampleList.swap(restored);
   internalSampleFileName.swap(restoredName);
-  for (SDSample& sample : sampleList)
-    ReclaimFiles(sample);
+  ReclaimFiles(reclaimed);
 }
 
-// The files of a state that is being left. Where neither a saved state nor an older undo record
-// refers to them they go at once.
-void SDAccess::DropFiles(SDSample& sample) {
+std::list<SDDeleteInfo> SDAccess::FilesOf(const SDSampleList& samples) const {
+  std::list<SDDeleteInfo> files;
+  for (const SDSample& sample : samples)
+    files.emplace_back(this, &sample);
+  return files;
+}
+
+void SDAccess::DropFiles(std::list<SDDeleteInfo>& dropped) {
   SDSetup* const setupNode = static_cast<SDSetup*>(setup);
-  const SDDeleteInfo files(this, &sample);
-  if (!setupNode->AreFilesUnsaved(files)) {
-    sample.RemoveFiles(this);
-    return;
+  while (!dropped.empty()) {
+    std::list<SDDeleteInfo> files;
+    files.splice(files.end(), dropped, dropped.begin());
+    const SDDeleteInfo& pair = files.front();
+    if (!setupNode->AreFilesUnsaved(pair)) {
+      std::list<SDDeleteInfo> none;
+      setupNode->MarkFilesReplaced(files, none);
+      continue;
+    }
+    setupNode->UnmarkFilesAsUnsaved(pair);
+    DIOFile::Delete(pair.getRawName());
+    DIOFile::Delete(pair.getEncodedName());
+    DIOFile::Delete(pair.getFolder());  // succeeds with the folder's last file
   }
-  setupNode->UnmarkFilesAsUnsaved(files);
-  qz::string folder;
-  files.exec(folder);
-  DIOFile::Delete(folder);  // succeeds with the folder's last file
 }
 
-// The files of a state that comes back. Where the saved database does not refer to them they go
-// at shutdown unless a save covers them first.
-void SDAccess::ReclaimFiles(SDSample& sample) {
+void SDAccess::ReclaimFiles(std::list<SDDeleteInfo>& reclaimed) {
   SDSetup* const setupNode = static_cast<SDSetup*>(setup);
-  sample.UnremoveFiles(this);
-  if (sample.savedVersionIdentifier != setupNode->GetSavedVersionID()) {
-    setupNode->MarkFilesAsUnsaved(SDDeleteInfo(this, &sample));
+  for (auto sample = sampleList.begin(); !reclaimed.empty(); ++sample) {
+    std::list<SDDeleteInfo> files;
+    files.splice(files.end(), reclaimed, reclaimed.begin());
+    setupNode->UnmarkFilesForDeletion(files.front());
+    if (sample->savedVersionIdentifier == setupNode->GetSavedVersionID()) continue;
+    std::list<SDDeleteInfo> none;
+    setupNode->MarkFilesReplaced(none, files);
   }
 }
 
 // The host has made the node anew, without samples. It gets copies of the old files, which stay
 // marked once by the destructor of the deleted node and leave the disk by that.
 bool SDAccess::RestoreDeleted(const SDUndo& snapshot) {
-  for (const SDSample& old : snapshot.sampleList) {
-    static_cast<SDSetup*>(setup)->UnmarkFilesForDeletion(SDDeleteInfo(this, &old));
+  for (SDSample old : snapshot.sampleList) {
+    old.UnremoveFiles(this);
     if (!AppendCopyOf(old)) return false;
   }
   selQualityClass = snapshot.selQualityClass;

@@ -88,10 +88,19 @@ SDDeleteInfo::SDDeleteInfo(const SDAccess* access, const SDSample* sample)
   if (separator != qz::string::npos) folder.erase(separator);
 }
 
+namespace {
+
+// Names are mostly spelled alike. That needs no memory to find out, and running out of it must not
+// leave a file marked that is in use.
+bool IsSamePath(const qz::string& a, const qz::string& b) {
+  return a == b || DIOFile::PathsIdentical(a, b);
+}
+
+}  // namespace
+
 bool SDDeleteInfo::operator==(const SDDeleteInfo& other) const {
-  return DIOFile::PathsIdentical(rawName, other.rawName) &&
-         DIOFile::PathsIdentical(encodedName, other.encodedName) &&
-         DIOFile::PathsIdentical(folder, other.folder);
+  return IsSamePath(rawName, other.rawName) && IsSamePath(encodedName, other.encodedName) &&
+         IsSamePath(folder, other.folder);
 }
 
 bool SDDeleteInfo::exec(qz::string& _folder) const {

@@ -216,6 +216,7 @@ void FakeHost::Close() {
 
 bool FakeHost::DeleteNode(HDBBaseNodeInterface* node) {
   deleted.emplace_back(node->GetName().c_str());
+  if (dropsDeleted) Remove(*static_cast<FakeNode*>(node));
   return true;
 }
 

@@ -227,6 +227,7 @@ class FakeHost final : public HDBRootInterface {
   bool shutDown = false;
   HDBSampleType defaultType = HDB_SAMPLETYPE_DEFAULT;
   bool onlyDefaultType = false;
+  bool dropsDeleted = false;  // DeleteNode destroys the node, as it does in earnest
 
   // --- What happened ---
   std::vector<Undo> undo;  // latest last
