@@ -61,47 +61,40 @@ class CheckOutTest : public SampleNodeTest {
 
 // --- States ---
 
-struct State {
-  bool out;
-  bool old;  // from before a check-in
-  bool operator==(const State&) const = default;
-};
-void PrintTo(const State& state, std::ostream* out) {
-  *out << (state.out ? "out" : "free") << (state.old ? ", old state kept" : "");
+// f: free, o: out; a capital where the state from before a check-in is kept.
+char StateOf(const SDAccess& access) {
+  if (access.IsCheckedOut()) return access.CanUndoCheckIn() ? 'O' : 'o';
+  return access.CanUndoCheckIn() ? 'F' : 'f';
 }
 
-struct Transition {
-  const char* name;
-  std::function<SDAccess::SDError(SDAccess&)> run;
-  // The answer, and the state behind it, from each state.
-  std::function<SDAccess::SDError(State)> answer;
-  std::function<State(State)> next;
-};
-
 TEST_F(CheckOutTest, GoesFromEachStateWhereItShould) {
-  const auto ifOut = [](SDAccess::SDError error) {
-    return [error](State s) { return s.out ? error : SDAccess::ERROR_ISNOTCHECKEDOUT; };
-  };
-  const auto ifFree = [](SDAccess::SDError error) {
-    return [error](State s) { return s.out ? SDAccess::ERROR_ISCHECKEDOUT : error; };
-  };
-  const auto same = [](State s) { return s; };
-  const auto freed = [](State s) { return State{false, s.old}; };
-  const auto remove = [this](const char* name) {
-    EXPECT_TRUE(DIOFile::Delete((std::string("S:\\out\\") + name).c_str()));
-  };
-  const Transition transitions[] = {
-      {"CheckOut", [](SDAccess& node) { return node.CheckOut("S:\\out"); },
-       ifFree(SDAccess::ERROR_OK),
-       [](State s) {
-         return State{true, s.old};
-       }},
-      {"CheckOut to nowhere", [](SDAccess& node) { return node.CheckOut("S:\\nowhere"); },
-       ifFree(SDAccess::ERROR_COULDNOTCOPYSAMPLE), same},
-      {"UndoCheckOut", [](SDAccess& node) { return node.UndoCheckOut(); },
-       ifOut(SDAccess::ERROR_OK), freed},
-      {"RedoCheckOut", [](SDAccess& node) { return node.RedoCheckOut(); },
-       ifOut(SDAccess::ERROR_OK), same},
+  constexpr SDAccess::SDError kOk = SDAccess::ERROR_OK;
+  constexpr SDAccess::SDError kOut = SDAccess::ERROR_ISCHECKEDOUT;
+  constexpr SDAccess::SDError kNotOut = SDAccess::ERROR_ISNOTCHECKEDOUT;
+  constexpr SDAccess::SDError kNoCopy = SDAccess::ERROR_COULDNOTCOPYSAMPLE;
+  constexpr SDAccess::SDError kNoState = SDAccess::ERROR_NOPRECHECKINSTATE;
+  const struct {
+    const char* name;
+    std::function<SDAccess::SDError(SDAccess&)> run;
+    SDAccess::SDError answers[4];
+    const char* next;
+  } operations[] = {
+      {"CheckOut",
+       [](SDAccess& node) { return node.CheckOut("S:\\out"); },
+       {kOk, kOk, kOut, kOut},
+       "oOoO"},
+      {"CheckOut to nowhere",
+       [](SDAccess& node) { return node.CheckOut("S:\\nowhere"); },
+       {kNoCopy, kNoCopy, kOut, kOut},
+       "fFoO"},
+      {"UndoCheckOut",
+       [](SDAccess& node) { return node.UndoCheckOut(); },
+       {kNotOut, kNotOut, kOk, kOk},
+       "fFfF"},
+      {"RedoCheckOut",
+       [](SDAccess& node) { return node.RedoCheckOut(); },
+       {kNotOut, kNotOut, kOk, kOk},
+       "fFoO"},
       {"RedoCheckOut that fails",
        [](SDAccess& node) {
          DIOFile::Rename("S:\\out", "S:\\away");
@@ -109,49 +102,44 @@ TEST_F(CheckOutTest, GoesFromEachStateWhereItShould) {
          DIOFile::Rename("S:\\away", "S:\\out");
          return error;
        },
-       ifOut(SDAccess::ERROR_COULDNOTCOPYSAMPLE), freed},
-      {"CheckIn", [](SDAccess& node) { return node.CheckIn(); }, ifOut(SDAccess::ERROR_OK),
-       [](State s) {
-         return s.out ? State{false, true} : s;
-       }},
+       {kNotOut, kNotOut, kNoCopy, kNoCopy},
+       "fFfF"},
+      {"CheckIn",
+       [](SDAccess& node) { return node.CheckIn(); },
+       {kNotOut, kNotOut, kOk, kOk},
+       "fFFF"},
       {"CheckIn with a file missing",
-       [&remove](SDAccess& node) {
-         if (node.IsCheckedOut()) remove("kick (High).wav");
+       [](SDAccess& node) {
+         DIOFile::Delete("S:\\out\\kick (High).wav");
          return node.CheckIn();
        },
-       ifOut(SDAccess::ERROR_COULDNOTCOPYSAMPLE), same},
-      {"UndoCheckIn", [](SDAccess& node) { return node.UndoCheckIn(); },
-       [](State s) {
-         if (s.out) return SDAccess::ERROR_ISCHECKEDOUT;
-         return s.old ? SDAccess::ERROR_OK : SDAccess::ERROR_NOPRECHECKINSTATE;
-       },
-       [](State s) {
-         return s.out ? s : State{false, false};
-       }},
+       {kNotOut, kNotOut, kNoCopy, kNoCopy},
+       "fFoO"},
+      {"UndoCheckIn",
+       [](SDAccess& node) { return node.UndoCheckIn(); },
+       {kNoState, kOk, kOut, kOut},
+       "ffoO"},
   };
   const qz::string source = MakeWav("kick.wav", SomeSound(20));
-  for (const Transition& transition : transitions) {
-    for (const State from : {State{false, false}, {true, false}, {false, true}, {true, true}}) {
-      SCOPED_TRACE(std::string(transition.name) + ", " + ::testing::PrintToString(from));
+  for (const auto& operation : operations) {
+    for (std::size_t i = 0; i < 4; ++i) {
+      const char from = "fFoO"[i];
+      SCOPED_TRACE(std::string(operation.name) + " from " + from);
       FakeNode& node = host_.AddSample();
       SDAccess& access = node.Sample();
       for (const char* qualClass : {"Low", "High"})
-        ASSERT_EQ(SDAccess::ERROR_OK, access.ImportSample(source, kPcm16, qualClass));
-      if (from.old) {
-        ASSERT_EQ(SDAccess::ERROR_OK, access.CheckOut("S:\\out"));
-        ASSERT_EQ(SDAccess::ERROR_OK, access.CheckIn());
+        ASSERT_EQ(kOk, access.ImportSample(source, kPcm16, qualClass));
+      if (from == 'F' || from == 'O') {
+        ASSERT_EQ(kOk, access.CheckOut("S:\\out"));
+        ASSERT_EQ(kOk, access.CheckIn());
       }
-      if (from.out) {
-        ASSERT_EQ(SDAccess::ERROR_OK, access.CheckOut("S:\\out"));
+      if (i >= 2) {
+        ASSERT_EQ(kOk, access.CheckOut("S:\\out"));
       }
+      ASSERT_EQ(from, StateOf(access));
       const std::size_t undo = host_.undo.size();
-      EXPECT_EQ(transition.answer(from), transition.run(access));
-      qz::string text;
-      qz::ulong code = 0;
-      access.GetLastError(text, code);
-      EXPECT_EQ(static_cast<qz::ulong>(transition.answer(from)), code);
-      const State now{access.IsCheckedOut(), access.CanUndoCheckIn()};
-      EXPECT_EQ(transition.next(from), now);
+      EXPECT_EQ(operation.answers[i], operation.run(access));
+      EXPECT_EQ(operation.next[i], StateOf(access));
       EXPECT_EQ(undo, host_.undo.size()) << "none of them leaves an undo record";
       host_.Remove(node);
     }
@@ -255,11 +243,6 @@ TEST_F(CheckOutTest, TakesFilesFromAnotherFolderForOnce) {
   Edit("kick (High).wav", edited, "other");
   EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn("S:\\other"));
   EXPECT_EQ(edited, ReadBytes(Native(RawPath("Low"))));
-  // The folder of the check-out is still the one to come back to.
-  ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
-  ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckIn("S:\\other"));
-  ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
 }
 
 TEST_F(CheckOutTest, StaysOutWhereWhatComesInIsNoSound) {
@@ -291,10 +274,16 @@ TEST_F(CheckOutTest, UndoOfACheckInThatNoSaveCoversLeavesNoTrace) {
   EXPECT_EQ(SDAccess::ERROR_NOPRECHECKINSTATE, Untouched([&] { return access_.UndoCheckIn(); }));
 }
 
-TEST_F(CheckOutTest, OldFolderThatASaveCoveredStaysWhereTheCheckInIsUndone) {
+// Only a check-in that stands lets the old folder go.
+TEST_F(CheckOutTest, UndoTakesAnOldFolderBackThatASaveHasCovered) {
   ImportTwo();
+  FakeNode& stays = host_.AddSample("stays");
+  ASSERT_TRUE(stays.Sample().Copy(&node_));
+  const SDDeleteInfo gone(&stays.Sample(), &SDTestAccess::Samples(stays.Sample()).front());
   const SDDeleteInfo old = Files("Low");
   OutAndIn();
+  ASSERT_EQ(SDAccess::ERROR_OK, stays.Sample().CheckOut("S:\\out"));
+  ASSERT_EQ(SDAccess::ERROR_OK, stays.Sample().CheckIn());
   const SDDeleteInfo saved = Files("Low");
   Save();
   EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
@@ -305,54 +294,32 @@ TEST_F(CheckOutTest, OldFolderThatASaveCoveredStaysWhereTheCheckInIsUndone) {
   host_.Close();
   for (const SDDeleteInfo& files : {old, saved})
     EXPECT_TRUE(Exists(files.getRawName()) && Exists(files.getEncodedName()));
-}
-
-TEST_F(CheckOutTest, OldFolderThatASaveCoveredGoesWhereTheCheckInStands) {
-  ImportTwo();
-  const SDDeleteInfo old = Files("Low");
-  OutAndIn();
-  const SDDeleteInfo saved = Files("Low");
-  Save();
-  host_.shutDown = true;
-  host_.Close();
-  EXPECT_FALSE(Exists(old.getFolder()));
-  EXPECT_TRUE(Exists(saved.getRawName()) && Exists(saved.getEncodedName()));
+  EXPECT_FALSE(Exists(gone.getFolder()));
 }
 
 // A re-import under another extension keeps the old name until the next move.
 TEST_F(CheckOutTest, UndoFindsTheOldFileUnderItsExtension) {
-  Import("low.wav", SomeSound(20), kPcm16, "Low");
-  Import("low.wave", SomeSound(25), kPcm16, "Low");
-  const SDDeleteInfo old = Files("Low");
-  ASSERT_THAT(old.getRawName().c_str(), EndsWith("\\Low.wav"));
-  OutAndIn();
-  ASSERT_THAT(RawPath("Low").c_str(), EndsWith("\\Low.wave"));
-  // None of these is a raw file of that class.
-  const std::string folder = Native(old.getFolder());
-  WriteBytes(folder + "/Low.old.wav", "");
-  WriteBytes(folder + "/Lower.wav", "");
-  DIOFile::CreateDirectoryA(old.getFolder() + "\\Low.folder");
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
-  EXPECT_EQ(old, Files("Low"));
-  EXPECT_FALSE(ToDelete().check(old));
-}
-
-TEST_F(CheckOutTest, UndoTakesTheMadeNameUnlessOneOtherStandsForIt) {
-  Import("low.wav", SomeSound(20), kPcm16, "Low");
-  Import("low.wave", SomeSound(25), kPcm16, "Low");
-  const std::string folder = Native(Files("Low").getFolder());
-  const char* const cases[][2] = {{"Low.wave", "Low.wave"},  // the name itself is there
-                                  {"Low.aif", "Low.wave"}};  // two others: nobody knows which
-  for (const auto& [present, taken] : cases) {
-    FakeNode& copy = host_.AddSample("copy");
-    ASSERT_TRUE(copy.Sample().Copy(&node_));
-    host_.Remove(copy);
+  const struct {
+    const char* beside;
+    const char* taken;
+  } cases[] = {{"Low.old.wav", "\\Low.wav"},  // no raw file of that class,
+               {"Lower.wav", "\\Low.wav"},    // nor this
+               {"Low.wave", "\\Low.wave"},    // the name that is made is there
+               {"Low.aif", "\\Low.wave"}};    // two others: nobody knows which
+  for (const auto& [beside, taken] : cases) {
+    SCOPED_TRACE(beside);
+    Import("low.wav", SomeSound(20), kPcm16, "Low");
+    Import("low.wave", SomeSound(25), kPcm16, "Low");
+    const SDDeleteInfo old = Files("Low");
+    ASSERT_THAT(old.getRawName().c_str(), EndsWith("\\Low.wav"));
     OutAndIn();
-    WriteBytes(folder + "/" + present, "");
+    ASSERT_THAT(RawPath("Low").c_str(), EndsWith("\\Low.wave"));
+    WriteBytes(Native(old.getFolder()) + "/" + beside, "");
+    DIOFile::CreateDirectoryA(old.getFolder() + "\\Low.folder");
     EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
-    EXPECT_THAT(RawPath("Low").c_str(), EndsWith(std::string("\\") + taken));
-    DIOFile::Delete(Files("Low").getFolder() + "\\" + present);
-    SDTestAccess::Samples(access_).front().fileName = SDTestAccess::Folder(access_) + "\\Low.wav";
+    EXPECT_EQ(old.getFolder(), Files("Low").getFolder());
+    EXPECT_THAT(RawPath("Low").c_str(), EndsWith(taken));
+    EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
   }
 }
 
@@ -395,21 +362,6 @@ TEST_F(CheckOutTest, UndoIsWholeOrNothingWhereMemoryRunsOut) {
     EXPECT_FALSE(ToDelete().check(Files("Low")) || ToDelete().check(Files("High"))) << n;
     if (!fired) return;
   }
-}
-
-// The host warns of it; the steps are the same.
-TEST_F(CheckOutTest, UndoBehindALaterImportNamesAFileThatIsNotThere) {
-  Import("low.wav", SomeSound(20), kPcm16, "Low");
-  OutAndIn();
-  Import("high.wav", SomeSound(30), kAdpcm, "High");
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
-  EXPECT_TRUE(Exists(RawPath("Low")));
-  EXPECT_FALSE(Exists(RawPath("High")));
-  const qz::string file = "S:\\node";
-  EXPECT_FALSE(access_.Save(nullptr, &file)) << "such a node is not stored";
-  EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError());
-  EXPECT_TRUE(host_.UndoLast());
-  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low"));
 }
 
 }  // namespace
