@@ -1,0 +1,168 @@
+// Verify finds each kind of damage and mends what can be made anew; clean moves what nobody names,
+// and nothing else; and databases find their samples wherever they are opened.
+#include <sys/stat.h>
+
+#include "tests/host_support.h"
+
+namespace {
+
+using namespace host_test;
+namespace fs = std::filesystem;
+
+class Verify : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    folder.Put("kick.wav", Wav({.channels = 2, .length = 300, .loopStart = 31, .loopEnd = 200}));
+    for (const char* format : {"PCM16", "PCM8", "ADPCM", "ADPCM+", "ADPCMVS"})
+      Import("kick.wav", format);
+    nodes_ = List()["nodes"];
+  }
+
+  std::string RawOf(std::size_t node) { return nodes_[node]["classes"][0]["raw_file"]; }
+  std::string EncodedOf(std::size_t node) {
+    return fs::path(RawOf(node)).replace_extension("esmp").string();
+  }
+
+  // The findings, each as "node state".
+  std::vector<std::string> Look(int code, const std::vector<std::string>& options = {}) {
+    std::vector<std::string> arguments = {"verify", "game.db", "--json"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const nlohmann::json json = nlohmann::json::parse(Expect(code, arguments).out, nullptr, false);
+    std::vector<std::string> found;
+    for (const nlohmann::json& finding : json["findings"])
+      found.push_back(finding["node"].get<std::string>() + " " +
+                      finding["state"].get<std::string>());
+    return found;
+  }
+
+  void Change(const std::string& file, std::size_t at, char flipped) {
+    std::string bytes = BytesOf(file);
+    ASSERT_LT(at, bytes.size());
+    bytes[at] = static_cast<char>(bytes[at] ^ flipped);
+    const fs::file_time_type time = fs::last_write_time(file);
+    std::ofstream(file, std::ios::binary) << bytes;
+    fs::last_write_time(file, time);
+  }
+
+  nlohmann::json nodes_;
+};
+
+using Found = std::vector<std::string>;
+
+TEST_F(Verify, FindsEachDamageOfAnEncodedFileAndRepairsIt) {
+  EXPECT_EQ(Look(0), Found{});
+  const std::size_t chunk = 40 + 2 * 4;  // of the first channel
+  const std::size_t extra = chunk + 8 + 22 * 8;
+  const std::pair<std::size_t, std::size_t> changes[] = {
+      {0, 0},          {0, 6},  {1, 8},  {1, 16},         {2, 41},
+      {2, chunk},      {3, 24}, {0, 4},  {2, chunk + 8},  {4, chunk + 8},
+      {3, extra + 32}, {3, 44}, {2, 36}, {4, extra + 36}, {3, extra + 48 + 7},
+      {3, extra + 41}};
+  for (const auto& [node, at] : changes) {
+    const std::string whole = BytesOf(EncodedOf(node));
+    Change(EncodedOf(node), at, '\x7F');
+    EXPECT_EQ(Look(1).size(), 1u) << node << ' ' << at;
+    std::ofstream(EncodedOf(node), std::ios::binary) << whole;
+  }
+  const std::string whole = BytesOf(EncodedOf(3));
+  for (const std::size_t size :
+       {std::size_t{0}, std::size_t{39}, std::size_t{45}, chunk + 9, whole.size() - 1}) {
+    fs::resize_file(EncodedOf(3), size);
+    EXPECT_EQ(Look(1), Found{"kick-4 damaged"}) << size;
+    std::ofstream(EncodedOf(3), std::ios::binary) << whole;
+  }
+  fs::remove(EncodedOf(0));
+  Change(EncodedOf(2), chunk + 8, '\x7F');
+  fs::resize_file(EncodedOf(3), 100);
+  const Found damage = {"kick damaged", "kick-3 damaged", "kick-4 damaged"};
+  EXPECT_EQ(Look(1), damage);
+  EXPECT_FALSE(fs::exists(EncodedOf(0)));  // looking repairs nothing
+  EXPECT_EQ(Look(0, {"--repair"}), (Found{"kick repaired", "kick-3 repaired", "kick-4 repaired"}));
+  EXPECT_EQ(BytesOf(EncodedOf(3)), whole);
+  EXPECT_EQ(Look(0), Found{});
+}
+
+TEST_F(Verify, WarnsOfLegalButOddStatesAndNeverTouchesRawFiles) {
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(EncodedOf(2), old);
+  // Another sound under an encoded file that is newer.
+  const std::string other = Wav({.channels = 2, .length = 400});
+  folder.Put("out/kick (High).wav", other);
+  fs::last_write_time(folder / "out/kick (High).wav", old);
+  fs::create_directories(folder / "away");
+  folder.Put("script.txt", "checkout kick away\ncheckin kick out\nsave\n");
+  Expect(0, {"open", "game.db", "--script", "script.txt"});
+  nodes_ = List()["nodes"];
+  EXPECT_EQ(Look(0), (Found{"kick warning", "kick-3 warning"}));
+  EXPECT_EQ(Look(0, {"--repair"}), (Found{"kick repaired", "kick-3 repaired"}));
+  EXPECT_EQ(Look(0), Found{});
+  EXPECT_EQ(Info("kick")["classes"][0]["length"], 400);
+  EXPECT_EQ(BytesOf(RawOf(0)), other);
+}
+
+TEST_F(Verify, LeavesAloneWhatItCannotMake) {
+  fs::remove(RawOf(0));
+  fs::resize_file(RawOf(1), 100);
+  fs::remove(EncodedOf(1));
+  const std::string encoded = BytesOf(EncodedOf(0));
+  const Found damage = {"kick damaged", "kick-2 damaged", "kick-2 damaged"};
+  EXPECT_EQ(Look(1), damage);
+  EXPECT_EQ(Look(1, {"--repair"}), damage);
+  EXPECT_EQ(BytesOf(EncodedOf(0)), encoded);
+  EXPECT_NE(Expect(1, {"verify", "game.db"}).out.find("is missing"), std::string::npos);
+}
+
+TEST_F(Verify, CleanMovesOnlyWhatNobodyNames) {
+  const std::string uuid = "01234567-89ab-cdef-0123-456789abcdef";
+  const std::string other = "11234567-89AB-CDEF-0123-456789abcdef";
+  const std::set<std::string> ours = FilesIn(folder / "samples");
+  folder.Put("samples/" + uuid + "/High.wav", "12345");
+  folder.Put("samples/" + other + "/deep/x", "1");
+  folder.Put("samples/notes/x", "mine");
+  folder.Put("samples/" + uuid.substr(1) + "0x/x", "mine");
+  folder.Put("elsewhere/x", "mine");
+  fs::create_directory_symlink(folder / "elsewhere",
+                               folder / "samples/21234567-89ab-cdef-0123-456789abcdef");
+  folder.Put("orphans/" + uuid + "/x", "of an earlier time");
+  // A copy of the database names what this one has removed since.
+  fs::copy_file(folder / "game.db", folder / "copy.db");
+  Expect(0, {"new", "game2.db", "--class", "High=1"});
+  Expect(0, {"import", "game2.db", "kick.wav", "--class", "High", "--format", "PCM8"});
+
+  const std::string listed = Expect(0, {"clean", "game.db", "--dry-run"}).out;
+  EXPECT_NE(listed.find(uuid + "  1      5"), std::string::npos) << listed;
+  EXPECT_NE(listed.find(other), std::string::npos);
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 3);
+  EXPECT_TRUE(fs::exists(folder / ("samples/" + uuid)));
+  Expect(0, {"clean", "game.db"});
+  EXPECT_EQ(BytesOf(folder / ("orphans/" + uuid + "-2/High.wav")), "12345");
+  EXPECT_EQ(BytesOf(folder / ("orphans/" + uuid + "/x")), "of an earlier time");
+  EXPECT_TRUE(fs::exists(folder / ("orphans/" + other + "/deep/x")));
+  EXPECT_EQ(FilesIn(folder / "samples").size(), ours.size() + 2 + 2);
+  EXPECT_EQ(Expect(0, {"clean", "game.db"}).out, "");
+  EXPECT_EQ(BytesOf(folder / "elsewhere/x"), "mine");
+  Expect(0, {"verify", "game2.db"});
+}
+
+// Names are stored relative to the database: it may move, or be opened where a copy lies.
+TEST_F(Verify, FindsItsSamplesWhereverItIsOpened) {
+  fs::create_directories(folder / "there");
+  fs::copy(folder / "samples", folder / "there/samples", fs::copy_options::recursive);
+  fs::copy_file(folder / "game.db", folder / "there/game.db");
+  Expect(0, {"verify", "there/game.db"});
+  Expect(0, {"format", "there/game.db", "kick", "High", "ADPCM"});
+  Expect(0, {"remove", "there/game.db", "kick-2"});
+  Expect(0, {"verify", "there/game.db"});
+  EXPECT_EQ(Look(0), Found{});  // the copy's changes were not the original's
+  EXPECT_EQ(Info("kick")["classes"][0]["format"], "PCM16");
+  fs::rename(folder / "there", folder / "moved");
+  Expect(0, {"verify", "moved/game.db"});
+  const nlohmann::json list =
+      nlohmann::json::parse(Expect(0, {"list", "moved/game.db", "--json"}).out);
+  EXPECT_EQ(list["nodes"].size(), 4u);
+  EXPECT_TRUE(list["nodes"][0]["classes"][0]["raw_file"].get<std::string>().starts_with(
+      folder / "moved/samples/"));
+}
+
+}  // namespace
