@@ -235,6 +235,105 @@ TEST_F(Shell, ASetupFileKeepsTheClassesThatAreInUse) {
   EXPECT_EQ(FilesIn(folder / "samples").size(), 2u);
 }
 
+// A terminal with samplehost behind it.
+class Terminal {
+ public:
+  explicit Terminal(const Folder& folder) {
+    child_ = forkpty(&fd_, nullptr, nullptr, nullptr);
+    if (child_ != 0) return;
+    setenv("XDG_STATE_HOME", (folder / "state").c_str(), 1);
+    setenv("TERM", "xterm", 1);
+    if (chdir(folder.path.c_str()) == 0) execl(SAMPLEHOST, SAMPLEHOST, "open", "game.db", nullptr);
+    _exit(127);
+  }
+  ~Terminal() {
+    if (child_ > 0) {
+      kill(child_, SIGKILL);
+      waitpid(child_, nullptr, 0);
+    }
+    close(fd_);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  void Type(const std::string& keys) {
+    EXPECT_EQ(write(fd_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+
+  // Waits until the screen shows `text` behind what was shown before.
+  void Await(const std::string& text) {
+    constexpr int kPatience = 20000;  // ms
+    while (seen_.find(text) == std::string::npos) {
+      pollfd ready{fd_, POLLIN, 0};
+      char block[4096];
+      const bool shows = poll(&ready, 1, kPatience) == 1;
+      const ssize_t count = shows ? read(fd_, block, sizeof block) : -1;
+      if (count <= 0) {
+        ADD_FAILURE() << "no \"" << text << "\" in: " << seen_;
+        return;
+      }
+      seen_.append(block, static_cast<std::size_t>(count));
+    }
+    seen_.erase(0, seen_.find(text) + text.size());
+  }
+
+  // The exit code of the program, which ends by itself.
+  int End() {
+    char block[4096];
+    while (read(fd_, block, sizeof block) > 0) {
+    }
+    int status = 0;
+    waitpid(child_, &status, 0);
+    child_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+  }
+
+ private:
+  int fd_ = -1;
+  pid_t child_ = -1;
+  std::string seen_;
+};
+
+TEST_F(Shell, ATerminalHasAPromptWithCompletionAndHistory) {
+  Script(0, "import kick.wav --class High --format PCM16\nrename kick 'big kick'\nsave\n");
+  {
+    Terminal terminal(folder);
+    terminal.Await("samplehost> ");
+    terminal.Type("stat\t\r");  // a verb
+    terminal.Await("all is saved");
+    terminal.Await("samplehost> ");
+    terminal.Type("select bi\tHi\t\r");  // a node with a blank, and a class
+    terminal.Await("samplehost> ");
+    terminal.Type("history\r");
+    terminal.Await("change selected quality class");
+    terminal.Await("samplehost> ");
+    terminal.Type("copy nobody x\r");  // a failure does not end the session
+    terminal.Await("no node \"nobody\"");
+    terminal.Await("samplehost> ");
+    terminal.Type("un\t");  // more than one verb
+    terminal.Await("undo-checkin");
+    terminal.Await("samplehost> ");
+    terminal.Type("\x03");  // drops the line, not the session
+    terminal.Await("samplehost> ");
+    terminal.Type("status\r");
+    terminal.Await("unsaved changes");
+    terminal.Await("samplehost> ");
+    terminal.Type("\x04");
+    terminal.Await("[y/N]");
+    terminal.Type("n\r");
+    terminal.Await("samplehost> ");
+    terminal.Type("save\rquit\r");
+    EXPECT_EQ(terminal.End(), 0);
+  }
+  Terminal terminal(folder);
+  terminal.Await("samplehost> ");
+  terminal.Type("\x1b[A\x1b[A\x1b[A\r");  // three lines up, in the session before this one
+  terminal.Await("all is saved");
+  EXPECT_TRUE(std::filesystem::exists(folder / "state/samplehost/history"));
+  terminal.Type("quit\r");
+  EXPECT_EQ(terminal.End(), 0);
+}
+
 TEST(ShellWords, AreSplitAndQuoted) {
   using Words = std::vector<std::string>;
   EXPECT_EQ(SplitLine(" a  'b c'\t\"d 'e'\"x# #f g"), (Words{"a", "b c", "d 'e'x#"}));
