@@ -20,11 +20,6 @@ using namespace host_test;
 constexpr unsigned kSounds = 8;
 constexpr unsigned kDefaultRuns = 10;
 
-unsigned FromEnvironment(const char* name, unsigned otherwise) {
-  const char* text = std::getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
-
 // What a database is to a user: each node's format and sound.
 using State = std::map<std::string, std::pair<std::string, std::string>>;
 

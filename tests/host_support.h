@@ -129,6 +129,11 @@ inline std::string ChunkOf(const std::string& wav, const std::string& name) {
   return {};
 }
 
+inline unsigned FromEnvironment(const char* name, unsigned otherwise) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
+}
+
 struct RunResult {
   int code = -1;  // exit code, or 128 + signal
   std::string out;
