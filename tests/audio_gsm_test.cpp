@@ -181,6 +181,30 @@ TEST(AudioGsm, RunsAndFramesOfEverySplit) {
   }
 }
 
+// The program of the speech coder's own makers gives the same frames: for a sound without silence
+// all of them, else those of the audible blocks alone.
+TEST(AudioGsm, FramesAreThoseOfToast) {
+  if (std::system("command -v toast > /dev/null 2>&1") != 0) GTEST_SKIP() << "no toast";
+  const TempFolder folder;
+  for (const std::string& blocks : {std::string(300, 'C'), std::string("CCSCSSCC")}) {
+    const std::vector<short> sound = SoundOf(blocks);
+    std::vector<short> audible;
+    for (std::size_t i = 0; i < sound.size(); ++i) {
+      if (blocks[i / 160] == 'C') audible.push_back(sound[i]);
+    }
+    folder.Write("in.raw", Samples(audible));
+    const std::string command =
+        "toast -l -c < '" + folder.Native("in.raw") + "' > '" + folder.Native("out.gsm") + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    std::vector<Frame> frames;
+    Runs(Encode(sound), &frames);
+    Bytes unpacked;
+    for (const Frame& frame : frames)
+      unpacked.insert(unpacked.end(), frame.begin(), frame.end());
+    EXPECT_EQ(unpacked, folder.Read("out.gsm"));
+  }
+}
+
 TEST(AudioGsm, DamagedStreamsAnswerTheirCode) {
   const Bytes whole = Encode(SoundOf("CCS"));
   std::vector<short> samples;

@@ -1,4 +1,6 @@
-// Another program's view of the same files, where it is installed.
+// Other programs' view of the same files, where they are installed.
+#include <regex>
+
 #include "tests/audio_helpers.h"
 
 namespace audiotest {
@@ -54,6 +56,109 @@ TEST_F(AudioSox, ReadsWhatTheWriterMakes) {
     Sox("w.wav -t s" + std::to_string(bits) + " -L w.raw");
     EXPECT_EQ(folder.Read("w.raw"), source.Raw());
   }
+}
+
+// Files as other programs leave them: chunks that no reader wants, of odd sizes too, in any order,
+// "fmt " chunks with an extension.
+TEST_F(AudioSox, AgreesOnFilesOfManyChunks) {
+  const Bytes raw = Noise(2000);
+  const Bytes format = Le(1, 2) + Le(2, 2) + Le(32000, 4) + Le(128000, 4) + Le(4, 2) + Le(16, 2);
+  const Bytes sampler = Words({0, 0, 31250, 62, 0, 0, 0, 1, 0}) + Words({7, 1, 100, 199, 0, 3});
+  const Bytes list = Chunk("LIST", Text("INFOICMT") + Le(3, 4) + Text("abc") + Bytes(1, 0));
+  const Bytes bext = Chunk("bext", Bytes(603, 'b'));
+  const Bytes data = Chunk("data", raw);
+  const Bytes smpl = Chunk("smpl", sampler);
+  const Bytes fmt18 = Chunk("fmt ", format + Le(0, 2));
+  const Bytes fmt40 = Chunk("fmt ", format + Le(22, 2) + Bytes(22, 0));
+  const Bytes bodies[] = {list + fmt18 + bext + smpl + data + Chunk("junk", Text("odd")),
+                          Chunk("fmt ", format) + Chunk("fact", Le(500, 4)) + data + list + smpl,
+                          bext + fmt40 + smpl + list + data};
+  for (const Bytes& body : bodies) {
+    const std::string path =
+        folder.Write("a.wav", Text("RIFF") + Le(body.size() + 4, 4) + Text("WAVE") + body);
+    Sox("a.wav -t s16 -L -r 32000 -c 2 a.raw");
+    Sound sound;
+    ASSERT_EQ(audio_ReadWave(path.c_str(), &sound, false), AUDIO_OK) << AudioErrorMsg;
+    EXPECT_EQ(sound.Raw(), raw);
+    EXPECT_EQ(folder.Read("a.raw"), raw);
+    EXPECT_EQ(sound.SampleRate, 32000u);
+    EXPECT_EQ(KeyAndLoop(sound), (std::vector<qz::int64>{62, 100, 199, 1, 3}));
+  }
+}
+
+class AudioSndfile : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (std::system("command -v sndfile-info sndfile-metadata-set > /dev/null 2>&1") != 0) {
+      GTEST_SKIP() << "libsndfile's programs aren't installed";
+    }
+  }
+  std::string Run(const std::string& command) {
+    const std::string whole = "cd '" + folder.Native("") + "' && " + command + " > out 2>&1";
+    EXPECT_EQ(std::system(whole.c_str()), 0) << whole;
+    const Bytes text = folder.Read("out");
+    return std::string(text.begin(), text.end());
+  }
+  // The numbers that its report of a file gives, each the first match of a pattern.
+  std::vector<qz::int64> Report(const std::string& file,
+                                std::initializer_list<const char*> wanted) {
+    const std::string text = Run("sndfile-info " + file);
+    std::vector<qz::int64> numbers;
+    for (const char* pattern : wanted) {
+      std::smatch match;
+      const bool found = std::regex_search(text, match, std::regex(pattern));
+      EXPECT_TRUE(found) << pattern << '\n' << text;
+      numbers.push_back(found ? std::stoll(match[1]) : -1);
+    }
+    return numbers;
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(AudioSndfile, AgreesOnNumbersKeyAndLoopOfAWrittenWav) {
+  Sound source(Noise(4000), 16, 2, 22050);
+  source.OriginalKey = 48;
+  source.LoopStart = 10;
+  source.LoopEnd = 499;
+  ASSERT_EQ(audio_WriteWave(folder.Path("w.wav").c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_OK);
+  EXPECT_EQ(Report("w.wav", {"Sample Rate : (\\d+)", "Frames +: (\\d+)", "Channels +: (\\d+)",
+                             "Midi Note +: (\\d+)", "Start : +(\\d+)", "End : +(\\d+)"}),
+            (std::vector<qz::int64>{22050, 1000, 2, 48, 10, 499}));
+  // What it puts around the sound changes nothing of it.
+  Run("sndfile-metadata-set --bext-description odd --str-title t w.wav x.wav");
+  Sound sound;
+  ASSERT_EQ(audio_ReadWave(folder.Path("x.wav").c_str(), &sound, false), AUDIO_OK);
+  EXPECT_EQ(sound.Raw(), source.Raw());
+}
+
+TEST_F(AudioSndfile, AgreesOnAnAiff) {
+  Sound source(Noise(3000), 16, 3, 48000);
+  ASSERT_EQ(audio_WriteWave(folder.Path("w.wav").c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_OK);
+  Run("sndfile-convert -pcm16 w.wav c.aiff");
+  Sound sound;
+  ASSERT_EQ(audio_ReadWave(folder.Path("c.aiff").c_str(), &sound, false), AUDIO_OK);
+  EXPECT_EQ(sound.Raw(), source.Raw());
+  EXPECT_EQ((std::vector<qz::int64>{sound.SampleRate, sound.NumSamples, sound.NumChannels}),
+            Report("c.aiff", {"Sample Rate : (\\d+)", "Frames +: (\\d+)", "Channels +: (\\d+)"}));
+
+  // Its markers are positions, and the sample in front of the second ends our loop.
+  const Bytes rate = Be(0x400E, 2) + Be(0xAC44, 2) + Bytes(6, 0);
+  const Bytes inst = Be(72, 1) + Bytes(1, 0) + Be(0x007F017F, 4) + Be(0, 2) + Be(1, 2) + Be(1, 2) +
+                     Be(2, 2) + Bytes(6, 0);
+  const Bytes marks =
+      Be(2, 2) + Be(1, 2) + Be(100, 4) + Be(0, 2) + Be(2, 2) + Be(500, 4) + Be(0, 2);
+  const Bytes body = BeChunk("COMM", Be(1, 2) + Be(600, 4) + Be(16, 2) + rate) +
+                     BeChunk("MARK", marks) + BeChunk("INST", inst) +
+                     BeChunk("SSND", Bytes(8, 0) + Noise(1200));
+  const std::string path =
+      folder.Write("m.aiff", Text("FORM") + Be(body.size() + 4, 4) + Text("AIFF") + body);
+  Sound looped;
+  ASSERT_EQ(audio_ReadWave(path.c_str(), &looped, false), AUDIO_OK);
+  EXPECT_EQ((std::vector<qz::int64>{looped.SampleRate, looped.NumSamples, looped.OriginalKey,
+                                    looped.LoopStart, looped.LoopEnd + 1}),
+            Report("m.aiff", {"Sample Rate : (\\d+)", "Frames +: (\\d+)", "Base Note +: (\\d+)",
+                              "Position +: (\\d+)", "Position[\\s\\S]*?Position +: (\\d+)"}));
 }
 
 }  // namespace
