@@ -191,6 +191,19 @@ void AddRemove(CLI::App& app, CommandLine& line) {
                [&line, node, qualityClass] { return Remove(line.context, *node, *qualityClass); });
 }
 
+void AddEdit(CLI::App& app, CommandLine& line) {
+  CLI::App* command = line.AddOnDatabase(
+      app, "edit",
+      "Run a program on each sound of a node, its file behind the last word, and take what it "
+      "changed. Where it fails nothing is taken.",
+      "edit game.db kick -- sh louder.sh");
+  const auto node = Arguments<std::string>();
+  const auto words = Arguments<std::vector<std::string>>();
+  command->add_option("NODE", *node, "the node")->required();
+  command->add_option("COMMAND", *words, "the program and its arguments, behind --")->required();
+  line.Chooses(command, [&line, node, words] { return Edit(line.context, *node, *words); });
+}
+
 void AddDump(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       line.Add(app, "dump", "Show an .esmp, node or WAV file field by field with offsets.",
@@ -276,6 +289,7 @@ void AddSharedVerbs(CLI::App& app, CommandLine& line) {
   AddFormat(app, line);
   AddRemove(app, line);
   AddConvert(app, line);
+  AddEdit(app, line);
   AddDump(app, line);
 }
 

@@ -9,14 +9,13 @@
 
 #include "host/advice.h"
 #include "host/failure.h"
+#include "host/outside_files.h"
 #include "host/paths.h"
 #include "host/report.h"
 
 namespace samplehost {
 
 namespace {
-
-constexpr std::size_t kCompareBlock = 1 << 16;
 
 void Check(const Node& node, SDAccessInterface::SDError error) {
   if (error == SDAccessInterface::ERROR_OK) return;
@@ -36,46 +35,6 @@ void RequireFree(Session& session, const std::string& name) {
   if (session.root().Find(name) != nullptr) {
     throw Failure(fmt::format("There is a node \"{}\" already.", name));
   }
-}
-
-bool SameBytes(const std::string& a, const std::string& b) {
-  std::error_code error;
-  if (std::filesystem::file_size(a, error) != std::filesystem::file_size(b, error)) return false;
-  std::ifstream first(a, std::ios::binary);
-  std::ifstream second(b, std::ios::binary);
-  std::string blockA(kCompareBlock, '\0');
-  std::string blockB(kCompareBlock, '\0');
-  while (first && second) {
-    first.read(blockA.data(), kCompareBlock);
-    second.read(blockB.data(), kCompareBlock);
-    if (first.gcount() != second.gcount()) return false;
-    if (!std::equal(blockA.begin(), blockA.begin() + first.gcount(), blockB.begin())) return false;
-  }
-  return first.eof() && second.eof();
-}
-
-// A raw file of a node, and where a check-out puts it. Native paths.
-struct OutsideFile {
-  std::string qualityClass;
-  std::string inside;
-  std::string outside;
-
-  bool IsThere() const {
-    std::error_code error;
-    return std::filesystem::exists(outside, error);
-  }
-};
-
-std::vector<OutsideFile> OutsideFiles(Session& session, Node& node, const std::string& folder) {
-  std::vector<OutsideFile> files;
-  for (const SampleFacts& facts : AllFactsOf(session, node)) {
-    const std::string name =
-        fmt::format("{} ({}).{}", node.name(), facts.qualityClass, ExtensionOf(facts.rawPath));
-    // A name in another case is the same file to the library.
-    const std::string outside = NativePath(FullPathFrom(folder, name));
-    files.push_back({facts.qualityClass, NativePath(facts.rawPath), outside});
-  }
-  return files;
 }
 
 // The full path of an existing folder as the library takes it: without a separator at its end.

@@ -86,6 +86,9 @@ int Format(const Context& context, const std::string& node, const std::string& q
 int Remove(const Context& context, const std::string& node,
            const std::optional<std::string>& qualityClass);
 
+// Runs a command on each of a node's sounds, copied out for it, and takes back what it changed.
+int Edit(const Context& context, const std::string& node, const std::vector<std::string>& command);
+
 // These work on files alone, without a database.
 int Dump(const Context& context, const std::string& file);
 int SoundFileInfo(const Context& context, const std::string& file, bool json);
