@@ -134,7 +134,43 @@ struct Session::SetupState {
   };
   std::string folder;  // full path
   std::vector<Class> classes;
+
+  void DropUnusable(SDSetupInterface& setup, std::vector<std::string>& notes) const;
+  void KeepUsed(SDSetupInterface& setup, std::vector<std::string>& notes) const;
 };
+
+// Takes those loaded classes away whose name no file can have, alone or beside a class in use.
+void Session::SetupState::DropUnusable(SDSetupInterface& setup,
+                                       std::vector<std::string>& notes) const {
+  for (const qz::string& loaded : setup.EnumerateQualityClasses()) {
+    const bool clashes = std::any_of(classes.begin(), classes.end(), [&](const Class& known) {
+      return known.count > 0 && loaded != known.name.c_str() &&
+             SameText(known.name, Narrow(loaded));
+    });
+    if (!clashes && WhyNoFileName(Narrow(loaded)).empty()) continue;
+    setup.RemoveQualityClass(loaded);
+    notes.push_back(
+        fmt::format("class \"{}\" is left out: no file can have its name here", Narrow(loaded)));
+  }
+}
+
+// Gives classes that samples use their counts, and makes those that the file did not bring.
+void Session::SetupState::KeepUsed(SDSetupInterface& setup, std::vector<std::string>& notes) const {
+  for (const Class& known : classes) {
+    if (known.count == 0) continue;
+    if (setup.ProbeQualityClass(known.name.c_str())) {
+      for (unsigned i = 0; i < known.count; ++i)
+        setup.AddRef(known.name.c_str());
+      continue;
+    }
+    qz::uchar level = known.level;
+    for (int i = 0; i < kLevels && setup.ProbeQualityClass(level); ++i)
+      level = static_cast<qz::uchar>(level + 1);
+    setup.AddQualityClass(known.name.c_str(), level, known.count);
+    notes.push_back(
+        fmt::format("class \"{}\" stays, with level {}: samples use it", known.name, level));
+  }
+}
 
 Session::SetupState Session::ReadSetup() const {
   SetupState state;
@@ -191,31 +227,8 @@ std::vector<std::string> Session::LoadSetupFile(const std::string& path) {
   } catch (const Failure& failure) {
     notes.push_back(fmt::format("the sample folder stays: {}", failure.what()));
   }
-  for (const qz::string& loaded : setup().EnumerateQualityClasses()) {
-    const bool clashes = std::any_of(before.classes.begin(), before.classes.end(),
-                                     [&](const SetupState::Class& known) {
-                                       return known.count > 0 && loaded != known.name.c_str() &&
-                                              SameText(known.name, Narrow(loaded));
-                                     });
-    if (!clashes && WhyNoFileName(Narrow(loaded)).empty()) continue;
-    setup().RemoveQualityClass(loaded);
-    notes.push_back(
-        fmt::format("class \"{}\" is left out: no file can have its name here", Narrow(loaded)));
-  }
-  for (const SetupState::Class& known : before.classes) {
-    if (known.count == 0) continue;
-    if (setup().ProbeQualityClass(known.name.c_str())) {
-      for (unsigned i = 0; i < known.count; ++i)
-        setup().AddRef(known.name.c_str());
-      continue;
-    }
-    int level = known.level;
-    for (int i = 0; i < kLevels && setup().ProbeQualityClass(static_cast<qz::uchar>(level)); ++i)
-      level = (level + 1) % kLevels;
-    setup().AddQualityClass(known.name.c_str(), static_cast<qz::uchar>(level), known.count);
-    notes.push_back(
-        fmt::format("class \"{}\" stays, with level {}: samples use it", known.name, level));
-  }
+  before.DropUnusable(setup(), notes);
+  before.KeepUsed(setup(), notes);
   return notes;
 }
 
