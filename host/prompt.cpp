@@ -3,8 +3,6 @@
 #include <histedit.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -23,12 +21,6 @@ constexpr int kHistorySize = 1000;
 char* PromptText(EditLine*) {
   static char text[] = "samplehost> ";
   return text;
-}
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void Interrupt(int) {
-  interrupted = 1;
 }
 
 // Where the last word of the text begins, an opening quote included.
@@ -65,6 +57,7 @@ struct Prompt::Terminal {
   Terminal& operator=(const Terminal&) = delete;
 
   static unsigned char OnTab(EditLine* line, int);
+  static unsigned char OnInterrupt(EditLine* line, int);
   unsigned char CompleteLine();
   void Remember(const std::string& line);
 
@@ -73,6 +66,7 @@ struct Prompt::Terminal {
   History* history;
   HistEvent event{};
   std::string file;
+  bool dropped = false;  // the line was, by Ctrl-C
 };
 
 Prompt::Terminal::Terminal(Complete completion)
@@ -94,6 +88,10 @@ Prompt::Terminal::Terminal(Complete completion)
   el_set(line, EL_HIST, &::history, history);
   el_set(line, EL_ADDFN, "complete", "completes the word", &OnTab);
   el_set(line, EL_BIND, "^I", "complete", nullptr);
+  // Ctrl-C is a key of the editor: a signal could come just ahead of the reading and be missed.
+  el_set(line, EL_SETTY, "-d", "-isig", nullptr);
+  el_set(line, EL_ADDFN, "drop-line", "drops the line", &OnInterrupt);
+  el_set(line, EL_BIND, "^C", "drop-line", nullptr);
 }
 
 Prompt::Terminal::~Terminal() {
@@ -109,6 +107,13 @@ unsigned char Prompt::Terminal::OnTab(EditLine* line, int) {
   } catch (const std::exception&) {
     return CC_ERROR;
   }
+}
+
+unsigned char Prompt::Terminal::OnInterrupt(EditLine* line, int) {
+  void* data = nullptr;
+  el_get(line, EL_CLIENTDATA, &data);
+  static_cast<Terminal*>(data)->dropped = true;
+  return CC_NEWLINE;
 }
 
 unsigned char Prompt::Terminal::CompleteLine() {
@@ -149,16 +154,11 @@ Prompt::Prompt(Complete complete) : terminal_(std::make_unique<Terminal>(std::mo
 Prompt::~Prompt() = default;
 
 std::optional<std::string> Prompt::Read() {
-  struct sigaction catching {};
-  struct sigaction before {};
-  catching.sa_handler = Interrupt;  // without SA_RESTART: the reading ends
   for (;;) {
-    interrupted = 0;
-    sigaction(SIGINT, &catching, &before);
     int count = 0;
+    terminal_->dropped = false;
     const char* const text = el_gets(terminal_->line, &count);
-    sigaction(SIGINT, &before, nullptr);
-    if (interrupted != 0) {
+    if (terminal_->dropped) {
       std::fputc('\n', stdout);
       el_reset(terminal_->line);
       continue;

@@ -260,6 +260,13 @@ class Terminal {
     EXPECT_EQ(write(fd_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
 
+  // A control key means something else until the editor, which shows its prompt first, has switched
+  // the terminal over.
+  void TypeControl(const std::string& key) {
+    usleep(300000);
+    Type(key);
+  }
+
   // Waits until the screen shows `text` behind what was shown before.
   void Await(const std::string& text) {
     constexpr int kPatience = 20000;  // ms
@@ -313,12 +320,12 @@ TEST_F(Shell, ATerminalHasAPromptWithCompletionAndHistory) {
     terminal.Type("un\t");  // more than one verb
     terminal.Await("undo-checkin");
     terminal.Await("samplehost> ");
-    terminal.Type("\x03");  // drops the line, not the session
+    terminal.TypeControl("\x03");  // drops the line, not the session
     terminal.Await("samplehost> ");
     terminal.Type("status\r");
     terminal.Await("unsaved changes");
     terminal.Await("samplehost> ");
-    terminal.Type("\x04");
+    terminal.TypeControl("\x04");
     terminal.Await("[y/N]");
     terminal.Type("n\r");
     terminal.Await("samplehost> ");
