@@ -182,11 +182,12 @@ TEST_F(EncodedFile, HoldsEachChannelAsAStreamOfItsOwn) {
     EXPECT_EQ(2u, NumberAt(extra, 34, 2));
     EXPECT_EQ(info.loopY0, static_cast<short>(NumberAt(extra, 36, 2)));
     EXPECT_EQ(info.loopY1, static_cast<short>(NumberAt(extra, 38, 2)));
-    EXPECT_EQ(data[30 / 14 * 8], extra[40]) << "the header byte of the loop start's frame";
+    EXPECT_EQ(data[16], extra[40]) << "the header byte of the loop start's frame";
     EXPECT_EQ(data[0], extra[41]);
-    EXPECT_EQ(info.numBlocks, NumberAt(extra, 44, 4));
-    EXPECT_EQ(0, std::memcmp(info.y0, extra.data() + 48, 2 * info.numBlocks));
-    EXPECT_EQ(0, std::memcmp(info.y1, extra.data() + 48 + 2 * info.numBlocks, 2 * info.numBlocks));
+    ASSERT_EQ(8u, info.numBlocks);
+    EXPECT_EQ(8u, NumberAt(extra, 44, 4));
+    EXPECT_EQ(0, std::memcmp(info.y0, extra.data() + 48, 16));
+    EXPECT_EQ(0, std::memcmp(info.y1, extra.data() + 64, 16));
     adpcmFreeEncoded(&info);
   }
 }

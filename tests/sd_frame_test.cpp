@@ -37,142 +37,88 @@ Function InSlot(std::intptr_t slot) {
   return operation;
 }
 
-// Picks one operation of an overloaded name.
+template <class... Functions>
+void ExpectInOrder(std::intptr_t first, Functions... operations) {
+  for (const std::intptr_t slot : {SlotOf(operations)...})
+    EXPECT_EQ(first++, slot);
+}
+
+// One operation of an overloaded name.
 template <class Result, class Class, class... Arguments>
 auto Overload(Result (Class::*operation)(Arguments...)) {
   return operation;
 }
+template <class... Arguments>
+constexpr auto kRead = static_cast<bool (DIOFile::*)(Arguments...)>(&DIOFile::Read);
+template <class... Arguments>
+constexpr auto kWrite = static_cast<bool (DIOFile::*)(Arguments...)>(&DIOFile::Write);
+template <class Number>
+constexpr auto kSeek =
+    static_cast<bool (DIOFile::*)(Number, DIOFile::DIOSeekMode)>(&DIOFile::SetPosition);
+template <class Name>
+constexpr auto kProbe =
+    static_cast<bool (SDSetupInterface::*)(Name) const>(&SDSetupInterface::ProbeQualityClass);
 
-TEST(Slots, FrameAndNodeKeepTheirOrder) {
+TEST(Slots, OfTheFrameKeepTheirOrder) {
   using Base = PGIBaseInterface;
-  EXPECT_EQ(1, SlotOf(&Base::SetManagerInterface));
-  EXPECT_EQ(2, SlotOf(&Base::GetVersionInfo));
-  EXPECT_EQ(3, SlotOf(&Base::GetFirstInterface));
-  EXPECT_EQ(4, SlotOf(&Base::GetNextInterface));
-  EXPECT_EQ(5, SlotOf(Overload<void*, Base, const _GUID*, const _GUID*>(&Base::CreateInterface)));
-  EXPECT_EQ(6,
-            SlotOf(Overload<void*, Base, const PGIInterfaceDescriptor*>(&Base::CreateInterface)));
-  EXPECT_EQ(7, SlotOf(Overload<void, Base, const _GUID*, void*>(&Base::ReleaseInterface)));
-  EXPECT_EQ(
-      8,
-      SlotOf(Overload<void, Base, const PGIInterfaceDescriptor*, void*>(&Base::ReleaseInterface)));
-  EXPECT_EQ(9, SlotOf(&Base::RequestRemoval));
-
-  using Node = HDBAccessBaseInterface;
-  EXPECT_EQ(1, SlotOf(&Node::Init));
-  EXPECT_EQ(2, SlotOf(&Node::Copy));
-  EXPECT_EQ(3, SlotOf(&Node::Load));
-  EXPECT_EQ(4, SlotOf(&Node::Save));
-  EXPECT_EQ(5, SlotOf(&Node::DoUndo));
-  EXPECT_EQ(6, SlotOf(&Node::DiscardUndoInfo));
-  EXPECT_EQ(7, SlotOf(&Node::GatherDeleteInfo));
-  EXPECT_EQ(8, SlotOf(&Node::GetLastError));
-  EXPECT_EQ(9, SlotOf(&Node::Move));
-  EXPECT_EQ(10, SlotOf(&Node::Rename));
-  EXPECT_EQ(11, SlotOf(&Node::ParentHasBeenRenamed));
-  EXPECT_EQ(12, SlotOf(&Node::GetRefType));
+  using Descriptor = const PGIInterfaceDescriptor*;
+  ExpectInOrder(1, &Base::SetManagerInterface, &Base::GetVersionInfo, &Base::GetFirstInterface,
+                &Base::GetNextInterface,
+                Overload<void*, Base, const _GUID*, const _GUID*>(&Base::CreateInterface),
+                Overload<void*, Base, Descriptor>(&Base::CreateInterface),
+                Overload<void, Base, const _GUID*, void*>(&Base::ReleaseInterface),
+                Overload<void, Base, Descriptor, void*>(&Base::ReleaseInterface),
+                &Base::RequestRemoval);
 }
 
-TEST(Slots, SampleNodeKeepsItsOrder) {
-  using Node = SDTarvaneAccessInterface;
-  EXPECT_EQ(13, SlotOf(&Node::GetTargetPlatform));
-  EXPECT_EQ(14, SlotOf(&Node::EnumerateSampleFormats));
-  EXPECT_EQ(15, SlotOf(&Node::GetSetupInterface));
-  EXPECT_EQ(16, SlotOf(&Node::ImportSample));
-  EXPECT_EQ(17, SlotOf(&Node::RemoveSample));
-  EXPECT_EQ(18, SlotOf(&Node::ChangeSampleFormat));
-  EXPECT_EQ(19, SlotOf(&Node::GetRawData));
-  EXPECT_EQ(20, SlotOf(&Node::GetEncodedData));
-  EXPECT_EQ(21, SlotOf(&Node::GetDecodedData));
-  EXPECT_EQ(22, SlotOf(&Node::GetSampleInformation));
-  EXPECT_EQ(23, SlotOf(&Node::GetOriginalSampleInformation));
-  EXPECT_EQ(24, SlotOf(&Node::GetQualityClasses));
-  EXPECT_EQ(25, SlotOf(&Node::GetSelQualityClass));
-  EXPECT_EQ(26, SlotOf(&Node::SetSelQualityClass));
+TEST(Slots, OfTheNodesKeepTheirOrder) {
+  using Node = HDBAccessBaseInterface;
+  ExpectInOrder(1, &Node::Init, &Node::Copy, &Node::Load, &Node::Save, &Node::DoUndo,
+                &Node::DiscardUndoInfo, &Node::GatherDeleteInfo, &Node::GetLastError, &Node::Move,
+                &Node::Rename, &Node::ParentHasBeenRenamed, &Node::GetRefType);
   using Access = SDAccessInterface;
   using Error = Access::SDError;
-  EXPECT_EQ(27, SlotOf(Overload<Error, Access, const qz::string&>(&Access::CheckIn)));
-  EXPECT_EQ(28, SlotOf(Overload<Error, Access>(&Access::CheckIn)));
-  EXPECT_EQ(29, SlotOf(&Node::CheckOut));
-  EXPECT_EQ(30, SlotOf(&Node::UndoCheckIn));
-  EXPECT_EQ(31, SlotOf(&Node::UndoCheckOut));
-  EXPECT_EQ(32, SlotOf(&Node::RedoCheckOut));
-  EXPECT_EQ(33, SlotOf(&Node::IsCheckedOut));
-  EXPECT_EQ(34, SlotOf(&Node::CanUndoCheckIn));
-  EXPECT_EQ(35, SlotOf(&Node::GetExtraData));
+  ExpectInOrder(13, &Access::GetTargetPlatform, &Access::EnumerateSampleFormats,
+                &Access::GetSetupInterface, &Access::ImportSample, &Access::RemoveSample,
+                &Access::ChangeSampleFormat, &Access::GetRawData, &Access::GetEncodedData,
+                &Access::GetDecodedData, &Access::GetSampleInformation,
+                &Access::GetOriginalSampleInformation, &Access::GetQualityClasses,
+                &Access::GetSelQualityClass, &Access::SetSelQualityClass,
+                Overload<Error, Access, const qz::string&>(&Access::CheckIn),
+                Overload<Error, Access>(&Access::CheckIn), &Access::CheckOut, &Access::UndoCheckIn,
+                &Access::UndoCheckOut, &Access::RedoCheckOut, &Access::IsCheckedOut,
+                &Access::CanUndoCheckIn, &SDTarvaneAccessInterface::GetExtraData);
+  using Setup = SDSetupInterface;
+  using Name = const qz::string&;
+  ExpectInOrder(
+      13, &Setup::SetSampleFolder, &Setup::GetSampleFolder, &Setup::GetTargetPlatform,
+      &Setup::EnumerateSampleFormats, &Setup::EnumerateQualityClasses, &Setup::GetNumQualityClasses,
+      &Setup::GetQualityClassLevel, &Setup::GetQualityClassName,
+      &Setup::GetQualityClassNameFromLevel,
+      Overload<Setup::SDError, Setup, Name, qz::uchar, qz::ushort>(&Setup::AddQualityClass),
+      Overload<Setup::SDError, Setup, Name, qz::uchar>(&Setup::AddQualityClass),
+      &Setup::RemoveQualityClass, kProbe<qz::uchar>, kProbe<Name>, &Setup::AddRef,
+      &Setup::RemoveRef);
 }
 
-TEST(Slots, SetupNodeKeepsItsOrder) {
-  using Node = SDSetupInterface;
-  using Error = Node::SDError;
-  EXPECT_EQ(13, SlotOf(&Node::SetSampleFolder));
-  EXPECT_EQ(14, SlotOf(&Node::GetSampleFolder));
-  EXPECT_EQ(15, SlotOf(&Node::GetTargetPlatform));
-  EXPECT_EQ(16, SlotOf(&Node::EnumerateSampleFormats));
-  EXPECT_EQ(17, SlotOf(&Node::EnumerateQualityClasses));
-  EXPECT_EQ(18, SlotOf(&Node::GetNumQualityClasses));
-  EXPECT_EQ(19, SlotOf(&Node::GetQualityClassLevel));
-  EXPECT_EQ(20, SlotOf(&Node::GetQualityClassName));
-  EXPECT_EQ(21, SlotOf(&Node::GetQualityClassNameFromLevel));
-  EXPECT_EQ(22, SlotOf(Overload<Error, Node, const qz::string&, qz::uchar, qz::ushort>(
-                    &Node::AddQualityClass)));
-  EXPECT_EQ(23,
-            SlotOf(Overload<Error, Node, const qz::string&, qz::uchar>(&Node::AddQualityClass)));
-  EXPECT_EQ(24, SlotOf(&Node::RemoveQualityClass));
-  EXPECT_EQ(25, SlotOf(static_cast<bool (Node::*)(qz::uchar) const>(&Node::ProbeQualityClass)));
-  EXPECT_EQ(26,
-            SlotOf(static_cast<bool (Node::*)(const qz::string&) const>(&Node::ProbeQualityClass)));
-  EXPECT_EQ(27, SlotOf(&Node::AddRef));
-  EXPECT_EQ(28, SlotOf(&Node::RemoveRef));
-}
-
-TEST(Slots, StreamKeepsItsOrder) {
+TEST(Slots, OfTheStreamKeepTheirOrder) {
   using File = DIOFile;
-  EXPECT_EQ(1, SlotOf(&File::SetEndian));
-  EXPECT_EQ(2, SlotOf(&File::GetAccessMode));
-  EXPECT_EQ(3, SlotOf(&File::GetFileTime));
-  EXPECT_EQ(4, SlotOf(Overload<bool, File, qz::uint64&>(&File::GetFileSize)));
-  EXPECT_EQ(5, SlotOf(Overload<bool, File, qz::ulong&>(&File::GetFileSize)));
-  EXPECT_EQ(6, SlotOf(Overload<bool, File, qz::uint64&>(&File::GetPosition)));
-  EXPECT_EQ(7, SlotOf(Overload<bool, File, qz::ulong&>(&File::GetPosition)));
-  using Seek = File::DIOSeekMode;
-  EXPECT_EQ(8, SlotOf(Overload<bool, File, qz::int64, Seek>(&File::SetPosition)));
-  EXPECT_EQ(9, SlotOf(Overload<bool, File, qz::uint64, Seek>(&File::SetPosition)));
-  EXPECT_EQ(10, SlotOf(Overload<bool, File, qz::slong, Seek>(&File::SetPosition)));
-  EXPECT_EQ(11, SlotOf(Overload<bool, File, qz::ulong, Seek>(&File::SetPosition)));
-  EXPECT_EQ(12, SlotOf(Overload<bool, File, void*, qz::ulong, qz::ulong>(&File::Read)));
-  EXPECT_EQ(13, SlotOf(Overload<bool, File, char&>(&File::Read)));
-  EXPECT_EQ(14, SlotOf(Overload<bool, File, qz::uchar&>(&File::Read)));
-  EXPECT_EQ(15, SlotOf(Overload<bool, File, short&>(&File::Read)));
-  EXPECT_EQ(16, SlotOf(Overload<bool, File, qz::ushort&>(&File::Read)));
-  EXPECT_EQ(17, SlotOf(Overload<bool, File, qz::slong&>(&File::Read)));
-  EXPECT_EQ(18, SlotOf(Overload<bool, File, qz::ulong&>(&File::Read)));
-  EXPECT_EQ(19, SlotOf(Overload<bool, File, qz::int64&>(&File::Read)));
-  EXPECT_EQ(20, SlotOf(Overload<bool, File, qz::uint64&>(&File::Read)));
-  EXPECT_EQ(21, SlotOf(Overload<bool, File, float&>(&File::Read)));
-  EXPECT_EQ(22, SlotOf(Overload<bool, File, double&>(&File::Read)));
-  EXPECT_EQ(23, SlotOf(Overload<bool, File, File::v32&>(&File::Read)));
-  EXPECT_EQ(24, SlotOf(&File::ReadString));
-  EXPECT_EQ(25, SlotOf(Overload<bool, File, const void*, qz::ulong, qz::ulong>(&File::Write)));
-  EXPECT_EQ(26, SlotOf(Overload<bool, File, char>(&File::Write)));
-  EXPECT_EQ(27, SlotOf(Overload<bool, File, qz::uchar>(&File::Write)));
-  EXPECT_EQ(28, SlotOf(Overload<bool, File, short>(&File::Write)));
-  EXPECT_EQ(29, SlotOf(Overload<bool, File, qz::ushort>(&File::Write)));
-  EXPECT_EQ(30, SlotOf(Overload<bool, File, qz::slong>(&File::Write)));
-  EXPECT_EQ(31, SlotOf(Overload<bool, File, qz::ulong>(&File::Write)));
-  EXPECT_EQ(32, SlotOf(Overload<bool, File, qz::int64>(&File::Write)));
-  EXPECT_EQ(33, SlotOf(Overload<bool, File, qz::uint64>(&File::Write)));
-  EXPECT_EQ(34, SlotOf(Overload<bool, File, float>(&File::Write)));
-  EXPECT_EQ(35, SlotOf(Overload<bool, File, double>(&File::Write)));
-  EXPECT_EQ(36, SlotOf(Overload<bool, File, const File::v32&>(&File::Write)));
-  EXPECT_EQ(37, SlotOf(&File::WriteString));
-  EXPECT_EQ(38, SlotOf(&File::WriteStringZ));
-  EXPECT_EQ(39, SlotOf(Overload<bool, File, DIOFile*>(&File::Insert)));
-  EXPECT_EQ(40, SlotOf(Overload<bool, File, DIOFile*, qz::uint64>(&File::Insert)));
-  EXPECT_EQ(41, SlotOf(&File::SetLabelMode));
-  EXPECT_EQ(42, SlotOf(&File::SetLabel));
-  EXPECT_EQ(43, SlotOf(&File::GetLabel));
-  EXPECT_EQ(44, SlotOf(&File::WriteLabel));
+  using qz::int64, qz::slong, qz::uchar, qz::uint64, qz::ulong, qz::ushort;
+  ExpectInOrder(1, &File::SetEndian, &File::GetAccessMode, &File::GetFileTime,
+                Overload<bool, File, uint64&>(&File::GetFileSize),
+                Overload<bool, File, ulong&>(&File::GetFileSize),
+                Overload<bool, File, uint64&>(&File::GetPosition),
+                Overload<bool, File, ulong&>(&File::GetPosition), kSeek<int64>, kSeek<uint64>,
+                kSeek<slong>, kSeek<ulong>);
+  ExpectInOrder(12, kRead<void*, ulong, ulong>, kRead<char&>, kRead<uchar&>, kRead<short&>,
+                kRead<ushort&>, kRead<slong&>, kRead<ulong&>, kRead<int64&>, kRead<uint64&>,
+                kRead<float&>, kRead<double&>, kRead<File::v32&>, &File::ReadString);
+  ExpectInOrder(25, kWrite<const void*, ulong, ulong>, kWrite<char>, kWrite<uchar>, kWrite<short>,
+                kWrite<ushort>, kWrite<slong>, kWrite<ulong>, kWrite<int64>, kWrite<uint64>,
+                kWrite<float>, kWrite<double>, kWrite<const File::v32&>, &File::WriteString,
+                &File::WriteStringZ, Overload<bool, File, DIOFile*>(&File::Insert),
+                Overload<bool, File, DIOFile*, uint64>(&File::Insert), &File::SetLabelMode,
+                &File::SetLabel, &File::GetLabel, &File::WriteLabel);
 }
 
 // --- Factory ---
@@ -365,22 +311,6 @@ TEST_F(Module, GivesNodesThatWorkThroughTheirSlots) {
   EXPECT_EQ("Ok", FakeHost::ErrorText(setupNode));
   host.Close();
   EXPECT_TRUE(base->RequestRemoval());
-}
-
-TEST_F(Module, StreamOfTheHostWorksThroughItsSlots) {
-  DIOFile* file = DIOFile::OpenFile("S:\\stream", DIOFile::OPENMODE_CREATE);
-  ASSERT_NE(nullptr, file);
-  using WriteNumber = bool (DIOFile::*)(qz::ulong);
-  using Position = bool (DIOFile::*)(qz::uint64&);
-  using Label = bool (DIOFile::*)(const qz::string&);
-  EXPECT_TRUE((file->*InSlot<Label>(44))("end"));
-  EXPECT_TRUE((file->*InSlot<WriteNumber>(31))(0x12345678));
-  EXPECT_TRUE((file->*InSlot<Label>(42))("end"));
-  qz::uint64 position = 0;
-  EXPECT_TRUE((file->*InSlot<Position>(6))(position));
-  EXPECT_EQ(8u, position);
-  EXPECT_TRUE(DIOFile::CloseFile(file));
-  EXPECT_EQ(std::string("\x08\0\0\0\x78\x56\x34\x12", 8), ReadBytes(folder_ + "/s/stream"));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@ namespace sdtest {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 // All that a failed change has to leave alone.
 struct State {
