@@ -118,7 +118,7 @@ SDError WriteAdpcm(DIOFile* file, const SDSample& sample, const ChannelView& cha
     gathered = AllocateSamples(length);
     if (gathered == nullptr) return SDAccess::ERROR_NOMEMORY;
     raw = gathered.get();
-    channel.Take16(0, length, raw);
+    channel.Take16(0, std::min(length, channel.Held()), raw);  // the block is zero already
   }
   EncodedStream stream;
   if (!stream.Encode(raw, length, static_cast<qz::ulong>(sample.info.loop),
