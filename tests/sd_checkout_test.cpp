@@ -7,7 +7,6 @@
 namespace sdtest {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::EndsWith;
 
 class CheckOutTest : public SampleNodeTest {

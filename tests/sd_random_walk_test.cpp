@@ -1,9 +1,8 @@
-// SD_WALK_SEED and SD_WALK_STEPS (or SD_WALK_SECONDS) set seed and length; scripts/soak does.
+// SD_WALK_SEED and SD_WALK_STEPS set seed and length; scripts/soak does.
 #include "tests/sd_random_walk.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <random>
