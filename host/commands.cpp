@@ -96,10 +96,12 @@ void AddImport(CLI::App& app, CommandLine& line) {
 
 void AddList(CLI::App& app, CommandLine& line) {
   CLI::App* command =
-      line.AddOnDatabase(app, "list", "List all nodes with their samples.", "list game.db");
+      line.AddOnDatabase(app, "list", "List all nodes with their samples.", "list game.db --snr");
   const auto json = Arguments<bool>();
+  const auto withNoise = Arguments<bool>();
   command->add_flag("--json", *json, "as JSON");
-  line.Chooses(command, [&line, json] { return List(line.context, *json); });
+  command->add_flag("--snr", *withNoise, "with the signal-to-noise ratio of what is decoded");
+  line.Chooses(command, [&line, json, withNoise] { return List(line.context, *json, *withNoise); });
 }
 
 void AddInfo(CLI::App& app, CommandLine& line) {

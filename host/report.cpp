@@ -96,20 +96,54 @@ Json NodeToJson(const Node& node) {
   return json;
 }
 
-void AddRows(Session& session, Node& node, Table& table) {
+// The noise of all channels in one cell.
+std::string NoiseCell(const InfoEntry& entry) {
+  if (!entry.problem.empty()) return entry.problem;
+  std::string cell;
+  for (const ChannelNoise& noise : entry.noise)
+    cell += (cell.empty() ? "" : ", ") + NoiseText(noise);
+  return cell;
+}
+
+void AddRows(const NodeEntries& listed, bool withNoise, Table& table) {
+  const Node& node = *listed.node;
   const std::string locked = node.row().locked ? "locked" : "";
-  if (node.damaged()) {
-    table.Add({node.name(), "", "", "", "", "", "", "", "", "DAMAGED: " + node.damage()});
-    return;
-  }
-  const std::vector<SampleFacts> all = AllFactsOf(session, node);
-  if (all.empty()) table.Add({node.name(), "", "", "", "", "", "", "", "", "empty " + locked});
-  for (const SampleFacts& facts : all) {
+  const std::size_t blanks = withNoise ? 9 : 8;
+  const auto remark = [&](const std::string& text) {
+    std::vector<std::string> row(blanks + 1);
+    row.front() = node.name();
+    row.push_back(text);
+    table.Add(std::move(row));
+  };
+  if (node.damaged()) return remark("DAMAGED: " + node.damage());
+  if (listed.entries.empty()) return remark("empty " + locked);
+  for (const InfoEntry& entry : listed.entries) {
+    const SampleFacts& facts = entry.facts;
     const SDInfo& info = facts.info;
-    table.Add({node.name(), facts.qualityClass, Narrow(info.type), fmt::format("{}", info.frq),
-               fmt::format("{}", info.numChannels), fmt::format("{}", info.length),
-               BytesText(facts.rawBytes), BytesText(facts.encodedBytes), RatioText(facts), locked});
+    std::vector<std::string> row = {node.name(),
+                                    facts.qualityClass,
+                                    Narrow(info.type),
+                                    fmt::format("{}", info.frq),
+                                    fmt::format("{}", info.numChannels),
+                                    fmt::format("{}", info.length),
+                                    BytesText(facts.rawBytes),
+                                    BytesText(facts.encodedBytes),
+                                    RatioText(facts)};
+    if (withNoise) row.push_back(NoiseCell(entry));
+    row.push_back(locked);
+    table.Add(std::move(row));
   }
+}
+
+Json SampleToJson(const InfoEntry& entry, bool withNoise) {
+  Json sample = FactsToJson(entry.facts);
+  if (!withNoise) return sample;
+  sample["snr"] = Json::array();
+  for (const ChannelNoise& noise : entry.noise) {
+    sample["snr"].push_back({{"db", OrNull(noise.db)}, {"exact", noise.exact}});
+  }
+  sample["problem"] = entry.problem.empty() ? Json(nullptr) : Json(entry.problem);
+  return sample;
 }
 
 void PrintEntry(const InfoEntry& entry, bool selected, std::ostream& out) {
@@ -167,29 +201,31 @@ void Table::Print(std::ostream& out) const {
   }
 }
 
-void PrintList(Session& session, std::ostream& out) {
-  Table table({"NODE", "CLASS", "FORMAT", "RATE", "CH", "LENGTH", "RAW", "ENCODED", "RATIO", ""});
-  for (const auto& node : session.root().samples())
-    AddRows(session, *node, table);
+void PrintList(const std::vector<NodeEntries>& nodes, bool withNoise, std::ostream& out) {
+  std::vector<std::string> heads = {"NODE",   "CLASS", "FORMAT",  "RATE", "CH",
+                                    "LENGTH", "RAW",   "ENCODED", "RATIO"};
+  if (withNoise) heads.push_back("SNR");
+  heads.push_back("");
+  Table table(std::move(heads));
+  for (const NodeEntries& node : nodes)
+    AddRows(node, withNoise, table);
   table.Print(out);
 }
 
-void PrintListJson(Session& session, std::ostream& out) {
-  Json nodes = Json::array();
-  for (const auto& node : session.root().samples()) {
-    Json json = NodeToJson(*node);
+void PrintListJson(const Session& session, const std::vector<NodeEntries>& nodes, bool withNoise,
+                   std::ostream& out) {
+  Json list = Json::array();
+  for (const NodeEntries& listed : nodes) {
+    Json json = NodeToJson(*listed.node);
     json["classes"] = Json::array();
-    if (!node->damaged()) {
-      for (const SampleFacts& facts : AllFactsOf(session, *node)) {
-        json["classes"].push_back(FactsToJson(facts));
-      }
-    }
-    nodes.push_back(json);
+    for (const InfoEntry& entry : listed.entries)
+      json["classes"].push_back(SampleToJson(entry, withNoise));
+    list.push_back(json);
   }
   Json json;
   json["database"] = NativePath(session.path());
   json["sample_folder"] = NativePath(session.SampleFolder());
-  json["nodes"] = nodes;
+  json["nodes"] = list;
   PrintJson(json, out);
 }
 
@@ -213,15 +249,8 @@ void PrintInfoJson(const Node& node, const std::vector<InfoEntry>& entries, std:
   json["selected_class"] =
       node.damaged() ? Json(nullptr) : Json(Narrow(node.sample().GetSelQualityClass()));
   json["classes"] = Json::array();
-  for (const InfoEntry& entry : entries) {
-    Json sample = FactsToJson(entry.facts);
-    sample["snr"] = Json::array();
-    for (const ChannelNoise& noise : entry.noise) {
-      sample["snr"].push_back({{"db", OrNull(noise.db)}, {"exact", noise.exact}});
-    }
-    sample["problem"] = entry.problem.empty() ? Json(nullptr) : Json(entry.problem);
-    json["classes"].push_back(sample);
-  }
+  for (const InfoEntry& entry : entries)
+    json["classes"].push_back(SampleToJson(entry, true));
   PrintJson(json, out);
 }
 

@@ -30,13 +30,19 @@ std::string Printable(const std::string& text);
 
 struct InfoEntry {
   SampleFacts facts;
-  std::vector<ChannelNoise> noise;
-  std::string problem;  // why there is no noise; empty where there is
+  std::vector<ChannelNoise> noise;  // empty where nobody asked for it
+  std::string problem;              // why there is no noise; empty where there is
 };
 
-// All nodes of a session, in the order in which they were made.
-void PrintList(Session& session, std::ostream& out);
-void PrintListJson(Session& session, std::ostream& out);
+struct NodeEntries {
+  const Node* node;
+  std::vector<InfoEntry> entries;  // empty for a damaged one
+};
+
+// Nodes in the given order. `withNoise` adds what the entries hold of it.
+void PrintList(const std::vector<NodeEntries>& nodes, bool withNoise, std::ostream& out);
+void PrintListJson(const Session& session, const std::vector<NodeEntries>& nodes, bool withNoise,
+                   std::ostream& out);
 
 // One node. `entries` is empty for a damaged one.
 void PrintInfo(const Node& node, const std::vector<InfoEntry>& entries, std::ostream& out);

@@ -49,10 +49,25 @@ qz::uchar FormatIndex(Session& session, const std::string& name) {
   throw UsageFailure(fmt::format("There is no format \"{}\".", name), "The formats are: " + known);
 }
 
-bool HasDamage(Session& session) {
-  const auto& samples = session.root().samples();
-  return std::any_of(samples.begin(), samples.end(),
-                     [](const auto& node) { return node->damaged(); });
+// A node's samples, with the noise of each where it is asked for. `allWell` becomes false for a
+// damaged node, which has none, and where a sample cannot be decoded.
+std::vector<InfoEntry> EntriesOf(Session& session, Node& node, bool withNoise, bool& allWell) {
+  std::vector<InfoEntry> entries;
+  if (node.damaged()) {
+    allWell = false;
+    return entries;
+  }
+  for (const SampleFacts& facts : AllFactsOf(session, node)) {
+    InfoEntry& entry = entries.emplace_back(InfoEntry{facts, {}, {}});
+    if (!withNoise) continue;
+    try {
+      entry.noise = NoiseOf(node, facts);
+    } catch (const Failure& failure) {
+      entry.problem = failure.what();
+      allWell = false;
+    }
+  }
+  return entries;
 }
 
 Failure FailureOf(const Node& node, SDAccessInterface::SDError error) {
@@ -222,33 +237,26 @@ int Import(const Context& context, const ImportArguments& arguments) {
   return result.failures.empty() && result.left == 0 ? kAllWell : kSomeFailed;
 }
 
-int List(const Context& context, bool json) {
+int List(const Context& context, bool json, bool withNoise) {
   Session& session = Open(context);
-  if (json) {
-    PrintListJson(session, context.out);
-  } else {
-    PrintList(session, context.out);
+  std::vector<NodeEntries> nodes;
+  bool allWell = true;
+  for (const auto& node : session.root().samples()) {
+    nodes.push_back({node.get(), EntriesOf(session, *node, withNoise, allWell)});
   }
-  return HasDamage(session) ? kSomeFailed : kAllWell;
+  if (json) {
+    PrintListJson(session, nodes, withNoise, context.out);
+  } else {
+    PrintList(nodes, withNoise, context.out);
+  }
+  return allWell ? kAllWell : kSomeFailed;
 }
 
 int Info(const Context& context, const std::string& name, bool json) {
   Session& session = Open(context);
   Node& node = session.Require(name);
-  std::vector<InfoEntry> entries;
-  bool allWell = !node.damaged();
-  if (!node.damaged()) {
-    for (const SampleFacts& facts : AllFactsOf(session, node)) {
-      InfoEntry entry{facts, {}, {}};
-      try {
-        entry.noise = NoiseOf(node, facts);
-      } catch (const Failure& failure) {
-        entry.problem = failure.what();
-        allWell = false;
-      }
-      entries.push_back(std::move(entry));
-    }
-  }
+  bool allWell = true;
+  const std::vector<InfoEntry> entries = EntriesOf(session, node, true, allWell);
   if (json) {
     PrintInfoJson(node, entries, context.out);
   } else {

@@ -67,7 +67,7 @@ struct ImportArguments {
 };
 int Import(const Context& context, const ImportArguments& arguments);
 
-int List(const Context& context, bool json);
+int List(const Context& context, bool json, bool withNoise);
 int Info(const Context& context, const std::string& node, bool json);
 
 struct ExportArguments {
