@@ -1,7 +1,6 @@
 #include "audio/AIFF_reader.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "audio/audio_intern.h"
 #include "audio/io.h"
@@ -71,11 +70,7 @@ void ReadMarkers(std::FILE* file, _AUDIO* audio) {
 }  // namespace
 
 bool aiff_IsValid(std::FILE* file) {
-  char head[12];
-  const bool valid = std::fread(head, 1, sizeof head, file) == sizeof head &&
-                     std::memcmp(head, "FORM", 4) == 0 && std::memcmp(head + 8, "AIFF", 4) == 0;
-  platform::fseek64(file, 0, SEEK_SET);
-  return valid;
+  return audioIsForm(file, "FORM", "AIFF");
 }
 
 bool aiff_FindChunk(std::FILE* file, const char* id) {

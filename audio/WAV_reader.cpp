@@ -1,10 +1,7 @@
 #include "audio/WAV_reader.h"
 
-#include <cstring>
-
 #include "audio/audio_intern.h"
 #include "audio/io.h"
-#include "platform/platform.h"
 
 namespace {
 
@@ -65,11 +62,7 @@ void ReadSamples8(std::FILE* file, _AUDIO* audio) {
 }  // namespace
 
 bool wav_IsValid(std::FILE* file) {
-  char head[12];
-  const bool valid = std::fread(head, 1, sizeof head, file) == sizeof head &&
-                     std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0;
-  platform::fseek64(file, 0, SEEK_SET);
-  return valid;
+  return audioIsForm(file, "RIFF", "WAVE");
 }
 
 bool wav_FindChunk(std::FILE* file, const char* id) {

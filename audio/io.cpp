@@ -139,6 +139,15 @@ qz::int64 audioFileSize(std::FILE* file) {
   return platform::ftell64(file);
 }
 
+bool audioIsForm(std::FILE* file, const char* form, const char* type) {
+  char head[kFirstChunk];
+  const bool valid = std::fread(head, 1, sizeof head, file) == sizeof head &&
+                     std::memcmp(head, form, kNameSize) == 0 &&
+                     std::memcmp(head + kChunkHead, type, kNameSize) == 0;
+  platform::fseek64(file, 0, SEEK_SET);
+  return valid;
+}
+
 bool audioFindChunk(std::FILE* file, const char* id, bool bigEndian, qz::ulong* size) {
   const qz::int64 fileSize = audioFileSize(file);
   qz::int64 start = kFirstChunk;

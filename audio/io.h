@@ -25,6 +25,10 @@ void audioSkip(std::FILE* file, qz::ulong distance);
 // The size in bytes; -1 for a file that cannot be positioned. Leaves the file at its end.
 qz::int64 audioFileSize(std::FILE* file);
 
+// Whether the file, from its position on, begins with the name `form`, a size that isn't looked at,
+// and the name `type` (4 characters each). Leaves the file at offset 0.
+bool audioIsForm(std::FILE* file, const char* form, const char* type);
+
 // Finds the first chunk of the name `id` (4 characters) among those that begin at offset 12, each a
 // name, a 32-bit size and that many bytes of data rounded up to an even number. True: the file
 // stands on the chunk's data and `size` is what its size field says, which the file may not hold.

@@ -27,7 +27,9 @@ SDAccess::SDError ReadBlock(DIOFile* file, qz::ulong size, HeapBlock& block) {
   if (!FileHolds(file, size)) return SDAccess::ERROR_COULDNOTREAD;
   block = AllocateBytes(size);
   if (block == nullptr) return SDAccess::ERROR_NOMEMORY;
-  return file->Read(block.get(), 1, size) ? SDAccess::ERROR_OK : SDAccess::ERROR_COULDNOTREAD;
+  if (file->Read(block.get(), 1, size)) return SDAccess::ERROR_OK;
+  block.reset();
+  return SDAccess::ERROR_COULDNOTREAD;
 }
 
 // Reads the head and the lengths of a channel's chunk, and leaves the stream behind them.
@@ -45,6 +47,29 @@ SDAccess::SDError SeekChunk(DIOFile* file, qz::ushort channel, qz::ulong& dataLe
     return SDAccess::ERROR_COULDNOTREAD;
   }
   return SDAccess::ERROR_OK;
+}
+
+// The encoded data of a channel's chunk, or its extra data: null with a size of 0 where there is
+// none.
+SDAccess::SDError ReadChannel(const qz::string& name, qz::ushort channel, bool extraData,
+                              HeapBlock& block, qz::ulong& size) {
+  const Stream file(name, DIOFile::OPENMODE_OPEN);
+  if (!file) return SDAccess::ERROR_COULDNOTREAD;
+  qz::ulong dataLen = 0;
+  qz::ulong extraDataLen = 0;
+  SDAccess::SDError err = SeekChunk(file.get(), channel, dataLen, extraDataLen);
+  if (err != SDAccess::ERROR_OK) return err;
+  if (extraData) {
+    if (extraDataLen == 0) return SDAccess::ERROR_OK;
+    // The 64-bit form: a 32-bit distance of 2 GiB or more would go backwards.
+    if (!file->SetPosition(qz::uint64{dataLen}, DIOFile::SEEKMODE_CURRENT)) {
+      return SDAccess::ERROR_COULDNOTREAD;
+    }
+  }
+  const qz::ulong length = extraData ? extraDataLen : dataLen;
+  err = ReadBlock(file.get(), length, block);
+  if (err == SDAccess::ERROR_OK) size = length;
+  return err;
 }
 
 }  // namespace
@@ -68,41 +93,20 @@ SDAccess::SDError SDAccess::ReadEncodedSampleInfo(const SDSample& sample, SDInfo
 
 SDAccess::SDError SDAccess::ReadEncodedSampleData(const SDSample& sample, ushort channel,
                                                   void*& data, ulong& dataSize) const {
-  data = nullptr;
   dataSize = 0;
-  SetError(ERROR_OK);
-  const Stream file(BuildEncodedSampleDataFileName(sample.fileName), DIOFile::OPENMODE_OPEN);
-  if (!file) return SetError(ERROR_COULDNOTREAD);
-  ulong dataLen = 0;
-  ulong extraDataLen = 0;
   HeapBlock block;
-  SDError err = SeekChunk(file.get(), channel, dataLen, extraDataLen);
-  if (err == ERROR_OK) err = ReadBlock(file.get(), dataLen, block);
-  if (err != ERROR_OK) return SetError(err);
+  const SDError err =
+      ReadChannel(BuildEncodedSampleDataFileName(sample.fileName), channel, false, block, dataSize);
   data = block.release();
-  dataSize = dataLen;
-  return ERROR_OK;
+  return SetError(err);
 }
 
 SDAccess::SDError SDAccess::ReadEncodedExtraSampleData(const SDSample& sample, ushort channel,
                                                        void*& data, ulong& dataSize) const {
-  data = nullptr;
   dataSize = 0;
-  SetError(ERROR_OK);
-  const Stream file(BuildEncodedSampleDataFileName(sample.fileName), DIOFile::OPENMODE_OPEN);
-  if (!file) return SetError(ERROR_COULDNOTREAD);
-  ulong dataLen = 0;
-  ulong extraDataLen = 0;
-  SDError err = SeekChunk(file.get(), channel, dataLen, extraDataLen);
-  if (err != ERROR_OK) return SetError(err);
-  if (extraDataLen == 0) return ERROR_OK;
   HeapBlock block;
-  // The 64-bit form: a 32-bit distance of 2 GiB or more would go backwards.
-  err = file->SetPosition(qz::uint64{dataLen}, DIOFile::SEEKMODE_CURRENT)
-            ? ReadBlock(file.get(), extraDataLen, block)
-            : ERROR_COULDNOTREAD;
-  if (err != ERROR_OK) return SetError(err);
+  const SDError err =
+      ReadChannel(BuildEncodedSampleDataFileName(sample.fileName), channel, true, block, dataSize);
   data = block.release();
-  dataSize = extraDataLen;
-  return ERROR_OK;
+  return SetError(err);
 }
