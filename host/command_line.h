@@ -47,6 +47,10 @@ std::shared_ptr<T> Arguments() {
 void AddSharedVerbs(CLI::App& app, CommandLine& line);
 void AddSessionVerbs(CLI::App& app, CommandLine& line);
 
+// The first word of a line that was refused because it is no verb; empty where it was refused for
+// something else. The parser alone would say only that a verb is missing.
+std::string UnknownVerb(const CLI::App& app);
+
 // Runs the chosen verb. A failure is shown on `err`, behind `where`, and becomes an exit code.
 int RunVerb(const CommandLine& line, const std::string& where);
 

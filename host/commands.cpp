@@ -324,6 +324,11 @@ int RunVerb(const CommandLine& line, const std::string& where) {
   }
 }
 
+std::string UnknownVerb(const CLI::App& app) {
+  const std::vector<std::string> unknown = app.remaining();
+  return app.get_subcommands().empty() && !unknown.empty() ? unknown.front() : "";
+}
+
 int RunCommandLine(int argc, char** argv) {
   CLI::App app("samplehost: a database of samples, and the formats they are encoded in.",
                "samplehost");
@@ -342,8 +347,18 @@ int RunCommandLine(int argc, char** argv) {
   AddClean(app, line);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kAllWell : kUsage;
+    const std::string unknown = UnknownVerb(app);
+    if (unknown.empty()) {
+      app.exit(error);
+    } else {
+      line.context.err << fmt::format(
+          "samplehost: There is no verb \"{}\".\n  The verbs are listed by: samplehost --help\n",
+          unknown);
+    }
+    return kUsage;
   }
   if (line.context.library.empty()) line.context.library = SampleLibrary::DefaultPath();
   return RunVerb(line, "samplehost");

@@ -177,7 +177,11 @@ int Shell::Run(const std::string& typed, const std::string& where) {
   } catch (const CLI::Success& help) {
     return app.exit(help, context.out, context.err);
   } catch (const CLI::ParseError& error) {
-    context.err << where << ": " << error.what() << '\n';
+    const std::string unknown = UnknownVerb(app);
+    context.err << where << ": "
+                << (unknown.empty() ? error.what()
+                                    : fmt::format("There is no verb \"{}\".", unknown))
+                << '\n';
     return kUsage;
   } catch (const Failure& failure) {
     context.err << where << ": " << failure.what() << '\n';
