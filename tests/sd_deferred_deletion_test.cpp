@@ -1,9 +1,10 @@
-// When files leave the disk: the lists of the setup node, and a database that closes.
+// How files leave the disk. Which ones, the random walk compares.
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class FilesToDelete : public SampleDataTest {
@@ -29,22 +30,6 @@ class FilesToDelete : public SampleDataTest {
 
   SDDeleteInfoList list_;
 };
-
-using ::testing::ElementsAre;
-
-TEST_F(FilesToDelete, GoUpToTheBookmarkOnly) {
-  list_.push_back(Make("a", "High"));
-  const Tree before = Database();
-  EXPECT_TRUE(list_.exec());
-  EXPECT_EQ("", Difference(before, Database())) << "nothing stands in front of the bookmark";
-  list_.setBookmark();
-  list_.push_back(Make("b", "High"));
-  EXPECT_TRUE(list_.exec());
-  EXPECT_THAT(Names(), ElementsAre("b/", "b/High.esmp", "b/High.wav"));
-  EXPECT_EQ(2u, list_.size()) << "the list stays as it is";
-  EXPECT_TRUE(list_.execAll());
-  EXPECT_THAT(Names(), IsEmpty());
-}
 
 TEST_F(FilesToDelete, TakeTheirFolderAlongUnlessItHoldsOtherFiles) {
   for (const char* name : {"High", "Low"}) {
@@ -86,26 +71,6 @@ TEST_F(FilesToDelete, AreFoundByTheirPathsWhateverTheSpelling) {
                                                "S:\\db\\a")));
 }
 
-TEST_F(FilesToDelete, LeaveTheListOneByOneAndLowerTheBookmark) {
-  const SDDeleteInfo a = SDTestAccess::Files("a", "a", "a");
-  const SDDeleteInfo b = SDTestAccess::Files("b", "b", "b");
-  for (const SDDeleteInfo& files : {a, b, a})
-    list_.push_back(files);
-  list_.setBookmark();
-  list_.push_back(b);
-  EXPECT_TRUE(list_.remove(a));
-  EXPECT_EQ(2u, SDTestAccess::Bookmark(list_));
-  EXPECT_TRUE(list_.check(a)) << "an equal entry is left";
-  EXPECT_TRUE(list_.remove(b));
-  EXPECT_EQ(1u, SDTestAccess::Bookmark(list_));
-  EXPECT_TRUE(list_.remove(b));
-  EXPECT_EQ(1u, SDTestAccess::Bookmark(list_)) << "that one stood behind it";
-  EXPECT_FALSE(list_.remove(b));
-  EXPECT_TRUE(list_.remove(a));
-  EXPECT_TRUE(list_.empty());
-  EXPECT_EQ(0u, SDTestAccess::Bookmark(list_));
-}
-
 TEST_F(FilesToDelete, StayWhereMemoryRunsOut) {
   for (int n = 1;; ++n) {
     list_.clear();
@@ -121,41 +86,11 @@ TEST_F(FilesToDelete, StayWhereMemoryRunsOut) {
   }
 }
 
-// --- A database that closes ---
-
-class ClosingDatabase : public FilesToDelete {
- protected:
-  // Files that a save covers the deletion of, files marked behind it, and files that no save knows.
-  void Prepare() {
-    FakeNode& node = AddPreparedSetup();
-    SDTestAccess::ToDelete(node.Setup()).push_back(Make("covered", "High"));
-    const qz::string name = "S:\\stored";
-    ASSERT_TRUE(node.Setup().Save(nullptr, &name));
-    SDTestAccess::ToDelete(node.Setup()).push_back(Make("needed", "High"));
-    SDTestAccess::Unsaved(node.Setup()).push_back(Make("unsaved", "High"));
-  }
-};
-
-TEST_F(ClosingDatabase, DeletesWhatTheSavedStateDoesNotNeed) {
-  Prepare();
-  host_.shutDown = true;
-  host_.Close();
-  EXPECT_EQ(nullptr, host_.GetSampleSetupNode());
-  EXPECT_THAT(Names(), ElementsAre("needed/", "needed/High.esmp", "needed/High.wav"));
-}
-
-TEST_F(ClosingDatabase, DeletesNothingWithoutAShutDown) {
-  Prepare();
-  const Tree before = Database();
-  host_.Close();
-  EXPECT_EQ("", Difference(before, Database()));
-}
-
-TEST_F(ClosingDatabase, IsLeftAloneByASetupNodeThatWasRefused) {
-  Prepare();
-  const Tree before = Database();
+TEST_F(FilesToDelete, AreLeftAloneByASetupNodeThatWasRefused) {
+  AddPreparedSetup();
   FakeNode& second = host_.AddSetup();
   SDTestAccess::Unsaved(second.Setup()).push_back(Make("needed", "High"));
+  const Tree before = Database();
   host_.shutDown = true;
   host_.Remove(second);
   host_.shutDown = false;

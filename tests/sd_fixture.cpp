@@ -348,10 +348,34 @@ void SampleNodeTest::SetEncodedBytes(const char* qualClass, const std::string& b
   WriteBytes(Native(EncodedPath(qualClass)), bytes);
 }
 
-SDAccess::SDError SampleNodeTest::LastError() const {
+void SampleNodeTest::ImportTwo(qz::uchar low, qz::uchar high) {
+  Import("low.wav", SomeSound(20), low, "Low");
+  Import("high.wav", SomeSound(30), high, "High");
+}
+
+SDAccess::SDError SampleNodeTest::Refused(const std::function<SDAccess::SDError()>& operation) {
+  const Tree before = Database();
+  const std::size_t undo = host_.undo.size();
+  const qz::string folder = SDTestAccess::Folder(access_);
+  const std::list<qz::string> classes = access_.GetQualityClasses();
+  const std::size_t unsaved = Unsaved().size();
+  const std::size_t toDelete = ToDelete().size();
+  const SDAccess::SDError error = operation();
+  EXPECT_EQ(error, LastError());
+  EXPECT_EQ("", Difference(before, Database()));
+  EXPECT_EQ(undo, host_.undo.size());
+  EXPECT_EQ(0, host_.openModifications);
+  EXPECT_EQ(folder, SDTestAccess::Folder(access_));
+  EXPECT_EQ(classes, access_.GetQualityClasses());
+  EXPECT_EQ(unsaved, Unsaved().size());
+  EXPECT_EQ(toDelete, ToDelete().size());
+  return error;
+}
+
+SDAccess::SDError SampleNodeTest::ErrorOf(const FakeNode& node) {
   qz::string text;
   qz::ulong code = 0;
-  const bool failed = access_.GetLastError(text, code);
+  const bool failed = node.Sample().GetLastError(text, code);
   EXPECT_EQ(failed, code != 0);
   return static_cast<SDAccess::SDError>(code);
 }

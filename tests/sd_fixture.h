@@ -40,10 +40,6 @@ struct SDTestAccess {
   static qz::string EncodedName(const SDAccess& node, const qz::string& name) {
     return node.BuildEncodedSampleDataFileName(name);
   }
-  static bool SetupInternalName(SDAccess& node, qz::string& name, const qz::string& original,
-                                const qz::string& qualClass) {
-    return node.SetupInternalName(name, original, qualClass);
-  }
   static bool CreateSampleFileName(const SDAccess& node, qz::string& name) {
     return node.CreateSampleFileName(nullptr, name);
   }
@@ -291,6 +287,9 @@ class SampleDataTest : public ::testing::Test {
   FakeHost host_;
 };
 
+// Indexes of formats as imports take them.
+enum Format : qz::uchar { kDefault, kPcm16, kAdpcm, kAdpcmPlus, kPcm8, kAdpcmVs };
+
 // The same with a prepared setup node and one sample node.
 class SampleNodeTest : public SampleDataTest {
  protected:
@@ -310,16 +309,23 @@ class SampleNodeTest : public SampleDataTest {
   qz::string EncodedPath(const char* qualClass) const;
   std::string EncodedBytes(const char* qualClass) const;
   void SetEncodedBytes(const char* qualClass, const std::string& bytes);
-  SDAccess::SDError LastError() const;
+  SDAccess::SDError LastError() const { return ErrorOf(node_); }
+  static SDAccess::SDError ErrorOf(const FakeNode& node);
+
+  // A sound of 20 samples of the class "Low", one of 30 of "High".
+  void ImportTwo(qz::uchar low = kPcm16, qz::uchar high = kAdpcm);
+  // A sample's files as the two lists of the setup have them.
+  SDDeleteInfo Files(const char* qualClass) { return {&access_, &Record(qualClass)}; }
+  SDDeleteInfoList& ToDelete() { return SDTestAccess::ToDelete(setup_); }
+  SDDeleteInfoList& Unsaved() { return SDTestAccess::Unsaved(setup_); }
+  // An operation that is refused: the answer, where nothing else changed.
+  SDAccess::SDError Refused(const std::function<SDAccess::SDError()>& operation);
 
   FakeNode& setupNode_;
   SDSetup& setup_;
   FakeNode& node_;
   SDAccess& access_;
 };
-
-// Indexes of formats as imports take them.
-enum Format : qz::uchar { kDefault, kPcm16, kAdpcm, kAdpcmPlus, kPcm8, kAdpcmVs };
 
 // A little-endian number of `width` bytes in a file's content.
 std::uint64_t NumberAt(const std::string& bytes, std::size_t at, int width);

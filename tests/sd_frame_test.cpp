@@ -130,15 +130,6 @@ class Frame : public SampleDataTest {
   PGISampleDataBaseInterface base_{&platform::thisModule};
 };
 
-TEST_F(Frame, TellsWhatItIs) {
-  const PGIVersionInfo* version = base_.GetVersionInfo();
-  EXPECT_STREQ("Tarvane Sample Data Manager", version->name);
-  EXPECT_STREQ("Copyright (c) 2026 the SampleData authors", version->copyright);
-  EXPECT_STREQ("The SampleData authors", version->author);
-  EXPECT_EQ(1, version->majorVersion);
-  EXPECT_EQ(0, version->minorVersion);
-}
-
 TEST_F(Frame, EnumeratesTheTwoKindsAgainAndAgain) {
   EXPECT_EQ(nullptr, base_.GetNextInterface()) << "nothing is under the cursor before the start";
   for (int round = 0; round < 2; ++round) {

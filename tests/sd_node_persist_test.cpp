@@ -1,60 +1,21 @@
 // The stored form of a sample node, databases that moved, and files that are not what they should
 // be.
-#include <algorithm>
-
-#include "tests/sd_fixture.h"
+#include "tests/sd_stored.h"
 
 namespace sdtest {
 namespace {
 
 using ::testing::ElementsAre;
 
-constexpr std::size_t kFileSizeAt = 4;
-constexpr std::size_t kVersionAt = 44;  // where a database's load starts
-constexpr std::size_t kDataSizeAt = 64;
-constexpr std::size_t kPayloadAt = 72;
 constexpr std::size_t kNumbersSize = 4 + 4 + 2 * (40 + 16);  // a record behind its texts
 
 std::string Text(const qz::string& text) {
   return std::string(text.c_str()) + '\0';
 }
 
-class StoredSample : public SampleNodeTest {
+class StoredSample : public StoredTest<SDAccess, SampleNodeTest> {
  protected:
-  // The node as a node file.
-  std::string Stored() {
-    const qz::string name = "S:\\stored";
-    EXPECT_TRUE(access_.Save(nullptr, &name)) << FakeHost::ErrorText(node_);
-    return ReadBytes(folder_ + "/s/stored");
-  }
-
-  SDAccess::SDError LoadFile(const std::string& bytes) { return LoadFile(bytes, node_); }
-  SDAccess::SDError LoadFile(const std::string& bytes, FakeNode& node) {
-    WriteBytes(folder_ + "/s/stored", bytes);
-    const bool loaded = host_.LoadNodeFile(node, "S:\\stored");
-    DIOFile* again = DIOFile::OpenFile("S:\\stored", DIOFile::OPENMODE_MODIFY);
-    EXPECT_NE(nullptr, again) << "the stream was left open";
-    if (again != nullptr) DIOFile::CloseFile(again);
-    return Outcome(loaded, node);
-  }
-  // From a database's stream in front of which and behind which other things stand.
-  SDAccess::SDError LoadFromDatabase(const std::string& bytes, FakeNode& node) {
-    WriteBytes(folder_ + "/s/database", "head" + bytes);
-    DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_OPEN);
-    EXPECT_TRUE(stream->SetPosition(qz::uint64{4}, DIOFile::SEEKMODE_START));
-    const bool loaded = node.Sample().Load(stream, nullptr);
-    qz::uint64 position = 0;
-    EXPECT_TRUE(stream->GetPosition(position)) << "the host's stream stays open";
-    DIOFile::CloseFile(stream);
-    return Outcome(loaded, node);
-  }
-  static SDAccess::SDError Outcome(bool loaded, const FakeNode& node) {
-    qz::string text;
-    qz::ulong code = 0;
-    node.Sample().GetLastError(text, code);
-    EXPECT_EQ(loaded, code == SDAccess::ERROR_OK);
-    return static_cast<SDAccess::SDError>(code);
-  }
+  FakeNode& Node() override { return node_; }
 
   void ImportTwo() {
     Import("a.wav", SomeSound(20), kAdpcm, "Low");
@@ -110,17 +71,7 @@ TEST_F(StoredSample, HasTheAgreedBytes) {
   EXPECT_EQ(5u, NumberAt(stored, at + 8 + 16, 8));
   EXPECT_EQ(24u, NumberAt(stored, at + 8 + 24, 8));
   EXPECT_EQ(stored.size(), at + kNumbersSize);
-}
-
-TEST_F(StoredSample, IsTheSameInADatabaseFromTheTypeOn) {
-  ImportTwo();
-  std::string stored = Stored();
-  DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_CREATE);
-  ASSERT_TRUE(stream->Write("head", 1, 4));
-  EXPECT_TRUE(access_.Save(stream, nullptr));
-  ASSERT_TRUE(stream->Write("tail", 1, 4));
-  DIOFile::CloseFile(stream);
-  EXPECT_EQ("head" + stored.substr(16) + "tail", ReadBytes(folder_ + "/s/database"));
+  EXPECT_EQ("head" + stored.substr(16) + "tail", StoredInDatabase());
 }
 
 TEST_F(StoredSample, ComesBackWhole) {
@@ -133,24 +84,11 @@ TEST_F(StoredSample, ComesBackWhole) {
                                       ? LoadFile(stored, node)
                                       : LoadFromDatabase(stored.substr(kVersionAt) + "tail", node));
     SDAccess& loaded = node.Sample();
-    EXPECT_EQ("High", loaded.GetSelQualityClass());
     EXPECT_THAT(loaded.GetQualityClasses(), ElementsAre("Low", "High"));
-    for (const char* qualClass : {"Low", "High"}) {
-      const SDSample& original = Record(qualClass);
-      const SDSample* copy = SDTestAccess::Samples(loaded).FindSample(qualClass);
-      ASSERT_NE(nullptr, copy);
-      // With its two separators in a row.
-      EXPECT_EQ(original.fileName, copy->fileName);
-      EXPECT_EQ(original.originalName, copy->originalName);
-      EXPECT_EQ(original.compType, copy->compType);
-      EXPECT_EQ(original.numChannels, copy->numChannels);
-      EXPECT_EQ(original.info.length, copy->info.length);
-      EXPECT_EQ(original.info.loop, copy->info.loop);
-      EXPECT_EQ(original.encodedInfo.loopLength, copy->encodedInfo.loopLength);
-      EXPECT_EQ(original.encodedInfo.frq, copy->encodedInfo.frq);
-      EXPECT_EQ(60, copy->info.orgKey);
-      EXPECT_EQ(SDTestAccess::SavedVersion(setup_), copy->savedVersionIdentifier);
-    }
+    for (const SDSample& sample : SDTestAccess::Samples(loaded))
+      EXPECT_EQ(SDTestAccess::SavedVersion(setup_), sample.savedVersionIdentifier);
+    EXPECT_TRUE(loaded.Save(nullptr, &name_));
+    EXPECT_EQ(stored, FileBytes("stored")) << "names with two separators in a row, all numbers";
     // The folder comes from the first sample, without a separator at its end.
     const std::string folder = SDTestAccess::Folder(access_).c_str();
     EXPECT_EQ(folder.substr(0, folder.size() - 1), SDTestAccess::Folder(loaded).c_str());
@@ -180,78 +118,37 @@ TEST_F(StoredSample, WithoutSamplesLeavesTheFolderAlone) {
 
 // --- Save ---
 
-TEST_F(StoredSample, CountsAsSavedOnceItIs) {
-  ImportTwo();
-  EXPECT_NE(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
-  Stored();
-  EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
-  EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record("High").savedVersionIdentifier);
-}
-
 TEST_F(StoredSample, IsNotSavedWithoutItsFiles) {
   ImportTwo();
-  const qz::string name = "S:\\stored";
+  EXPECT_NE(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
   for (const qz::string& path : {EncodedPath("High"), RawPath("High")}) {
     const std::string bytes = ReadBytes(Native(path));
     ASSERT_TRUE(DIOFile::Delete(path));
-    EXPECT_FALSE(access_.Save(nullptr, &name));
+    EXPECT_FALSE(access_.Save(nullptr, &name_));
     EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError());
-    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(Exists(name_));
     WriteBytes(folder_ + "/s/restored", bytes);
     ASSERT_TRUE(DIOFile::Rename("S:\\restored", path));
   }
-  EXPECT_TRUE(access_.Save(nullptr, &name));
+  EXPECT_TRUE(access_.Save(nullptr, &name_));
+  for (const char* qualClass : {"Low", "High"})
+    EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record(qualClass).savedVersionIdentifier);
 }
 
 TEST_F(StoredSample, LeavesNoFileBehindAFailedSave) {
   ImportTwo();
-  const std::string whole = Stored();
-  const qz::string name = "S:\\stored";
-  const auto survives = [&](auto arm, const std::string& what) {
-    DIOFile::Delete(name);
-    const auto armed = arm();
-    const bool saved = access_.Save(nullptr, &name);
-    const bool fired = armed->Fired();
-    if (saved) {
-      EXPECT_EQ(whole, ReadBytes(folder_ + "/s/stored")) << what;
-      return fired;
-    }
-    EXPECT_TRUE(fired);
-    EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError()) << what;
-    EXPECT_FALSE(Exists(name)) << what;
-    return true;
-  };
-  for (int n = 1;
-       survives([n] { return std::make_unique<FailingAllocation>(n); }, std::to_string(n)); ++n) {
-  }
-  // Ends of searches and the deletion of an older file are not looked at.
-  const auto counts = [](platform::Call call, const std::string&) {
-    return call != platform::Call::kDeleteFile && call != platform::Call::kGetFileAttributes &&
-           call != platform::Call::kFindClose;
-  };
-  int n = 1;
-  while (survives([&] { return std::make_unique<FailingCall>(n, counts); },
-                  "platform call " + std::to_string(n))) {
-    ++n;
-  }
-  EXPECT_GT(n, 40);
+  EXPECT_GT(LeavesNoFileBehindFailedSaves([] {}, [] {}), 40);
 }
 
 // --- Load ---
 
-TEST_F(StoredSample, MakesALostEncodedFileAnew) {
+TEST_F(StoredSample, MakesALostEncodedFileAnewButNoneThatIsOutOfDate) {
   ImportTwo();
   const std::string stored = Stored();
   const std::string encoded = EncodedBytes("Low");
-  const qz::string path = EncodedPath("Low");
-  ASSERT_TRUE(DIOFile::Delete(path));
+  ASSERT_TRUE(DIOFile::Delete(EncodedPath("Low")));
   EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
-  EXPECT_EQ(encoded, ReadBytes(Native(path)));
-}
-
-TEST_F(StoredSample, DoesNotNoticeAnEncodedFileThatIsOutOfDate) {
-  ImportTwo();
-  const std::string stored = Stored();
+  EXPECT_EQ(encoded, EncodedBytes("Low"));
   SetEncodedBytes("Low", "stale");
   SetWriteTime(EncodedPath("Low"), 1);
   EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
@@ -351,33 +248,17 @@ TEST_F(StoredSample, FindsItsFilesWhenAllMovedToAnotherDrive) {
 
 TEST_F(StoredSample, RefusesAFileThatEndsEarly) {
   ImportTwo();
-  const std::string stored = Stored();
-  for (std::size_t length = 0; length < stored.size(); ++length) {
-    const SDAccess::SDError error = LoadFile(stored.substr(0, length));
-    // A name that was cut is looked for, and may not be found, before the cut shows.
-    EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, error) << length;
-  }
-  EXPECT_FALSE(host_.LoadNodeFile(node_, "S:\\no such file"));
-  EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LastError());
+  RefusesEveryCut();
 }
 
 TEST_F(StoredSample, RefusesAHeadInWhichAByteIsWrong) {
   ImportTwo();
-  const std::string stored = Stored();
-  for (std::size_t at = 0; at < kPayloadAt; ++at) {
-    std::string damaged = stored;
-    damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
-    SDAccess::SDError expected = SDAccess::ERROR_BADFORMAT;
-    const bool inSize = (at >= kFileSizeAt && at < 12) || (at >= 20 && at < 28) ||
-                        (at >= 48 && at < 56) || at >= kDataSizeAt;
-    if (inSize) expected = SDAccess::ERROR_OK;
-    if (at >= 56 && at < 60) expected = SDAccess::ERROR_BADVERSION;
-    EXPECT_EQ(expected, LoadFile(damaged)) << at;
+  JudgesEveryByteOfTheHead([&] {
     // Ahead of the payload nothing changes.
-    EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low", "High")) << at;
-  }
+    EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low", "High"));
+  });
   FakeNode& node = host_.AddSample("loaded");
-  EXPECT_EQ(SDAccess::ERROR_BADFORMAT, LoadFromDatabase(stored.substr(16), node))
+  EXPECT_EQ(SDAccess::ERROR_BADFORMAT, LoadFromDatabase(Stored().substr(16), node))
       << "the host has read the type";
 }
 
@@ -430,20 +311,10 @@ TEST_F(StoredSample, GivesNoDataBeyondWhatMemoryCanHold) {
 
 TEST_F(StoredSample, ReportsExhaustedMemoryInALoad) {
   ImportTwo();
-  Stored();
-  const qz::string name = "S:\\stored";
-  for (int n = 1;; ++n) {
-    FailingAllocation fault(n);
-    const bool loaded = host_.LoadNodeFile(node_, name);
-    const bool fired = fault.Fired();
-    EXPECT_TRUE(fired || loaded) << n;
-    EXPECT_EQ(loaded, LastError() == SDAccess::ERROR_OK) << n;
-    if (loaded) {
-      EXPECT_EQ(2u, access_.GetQualityClasses().size()) << n;
-      EXPECT_EQ("S:\\wav\\100% %s.wav", Record("High").originalName) << n;
-    }
-    if (!fired) break;
-  }
+  ReportsExhaustedMemoryInLoads([&] {
+    EXPECT_EQ(2u, access_.GetQualityClasses().size());
+    EXPECT_EQ("S:\\wav\\100% %s.wav", Record("High").originalName);
+  });
 }
 
 }  // namespace

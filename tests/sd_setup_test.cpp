@@ -21,11 +21,7 @@ TEST_F(SetupNode, RegistersWithTheDatabaseUntilItGoes) {
   EXPECT_FALSE(node_.IsDuplicate());
   EXPECT_EQ(&node_, host_.GetSampleSetupNode());
   EXPECT_EQ(ID_TYPE_COMMON, setup_.GetRefType());
-  qz::string text;
-  qz::ulong code = 99;
-  EXPECT_FALSE(setup_.GetLastError(text, code));
-  EXPECT_EQ("Ok", text);
-  EXPECT_EQ(0u, code);
+  EXPECT_EQ("Ok", FakeHost::ErrorText(node_));
   host_.Remove(node_);
   EXPECT_EQ(nullptr, host_.GetSampleSetupNode());
 }
@@ -51,12 +47,6 @@ TEST_F(SetupNode, HasNoUndoAndCannotBeCopied) {
   EXPECT_TRUE(setup_.DiscardUndoInfo(&record));
   EXPECT_FALSE(setup_.Copy(&node_));
   EXPECT_TRUE(setup_.Rename(&node_, "setup"));
-}
-
-TEST_F(SetupNode, NamesPlatformAndFormatsInTheOrderOfTheirIndex) {
-  EXPECT_EQ("Nintendo GAMECUBE", setup_.GetTargetPlatform());
-  EXPECT_THAT(setup_.EnumerateSampleFormats(),
-              ElementsAre("default", "PCM16", "ADPCM", "ADPCM+", "PCM8", "ADPCMVS"));
 }
 
 // --- Classes ---
@@ -91,16 +81,6 @@ TEST_F(SetupNode, TakesNamesWithCaseAndRefusesRepeatedOnes) {
   EXPECT_FALSE(setup_.ProbeQualityClass(static_cast<qz::uchar>(3)));
 }
 
-TEST_F(SetupNode, GivesLevelsAsTheirBitsStand) {
-  setup_.AddQualityClass("a", 127);
-  setup_.AddQualityClass("b", 128);
-  setup_.AddQualityClass("c", 255);
-  EXPECT_EQ(127, setup_.GetQualityClassLevel("a"));
-  EXPECT_EQ(-128, setup_.GetQualityClassLevel("b"));
-  EXPECT_EQ(-1, setup_.GetQualityClassLevel("c"));
-  EXPECT_EQ(-1, setup_.GetQualityClassLevel("unknown"));
-}
-
 TEST_F(SetupNode, HoldsAClassForEveryLevel) {
   for (int level = 0; level < 256; ++level) {
     const std::string name = std::to_string(level);
@@ -111,6 +91,9 @@ TEST_F(SetupNode, HoldsAClassForEveryLevel) {
   qz::string name;
   EXPECT_TRUE(setup_.GetQualityClassName(255, name));
   EXPECT_EQ("255", name);
+  EXPECT_EQ(127, setup_.GetQualityClassLevel("127"));
+  EXPECT_EQ(-128, setup_.GetQualityClassLevel("128"));
+  EXPECT_EQ(-1, setup_.GetQualityClassLevel("unknown"));
 }
 
 TEST_F(SetupNode, KeepsAClassThatIsReferenced) {
@@ -146,25 +129,19 @@ TEST_F(SetupNode, ChangesNoClassWhileASampleIsCheckedOut) {
 TEST_F(SetupNode, StoresTheFolderRelativeToTheDatabaseWhereItCan) {
   // No folder has to exist, and the operation leaves the last error alone.
   setup_.RemoveQualityClass("unknown");
-  EXPECT_EQ(0, setup_.SetSampleFolder("S:\\db\\samples\\"));
-  EXPECT_EQ(".\\samples\\", Folder());
-  setup_.SetSampleFolder("S:\\other\\");
-  EXPECT_EQ("..\\other\\", Folder());
-  setup_.SetSampleFolder("T:\\elsewhere\\");
-  EXPECT_EQ("T:\\elsewhere\\", Folder());
-  EXPECT_EQ("Quality Class does not exist", FakeHost::ErrorText(node_));
-}
-
-TEST_F(SetupNode, StoresAFolderThatCannotBeExpandedAsGiven) {
   const std::string tooLong = "S:\\" + std::string(300, 'x') + "/";
-  setup_.SetSampleFolder(tooLong.c_str());
-  EXPECT_EQ(tooLong, Folder());
-}
-
-TEST_F(SetupNode, TakesTheColonForAPartOfTheDatabasesFolder) {
-  host_.filename = "S:game.db";
-  setup_.SetSampleFolder("S:\\samples\\");
-  EXPECT_EQ(".\\samples\\", Folder());
+  const std::vector<std::vector<std::string>> cases = {
+      {"S:\\db\\game.db", "S:\\db\\samples\\", ".\\samples\\"},
+      {"S:\\db\\game.db", "S:\\other\\", "..\\other\\"},
+      {"S:\\db\\game.db", "T:\\elsewhere\\", "T:\\elsewhere\\"},
+      {"S:\\db\\game.db", tooLong, tooLong},
+      {"S:game.db", "S:\\samples\\", ".\\samples\\"}};  // the colon is a part of its folder
+  for (const std::vector<std::string>& row : cases) {
+    host_.filename = row[0].c_str();
+    EXPECT_EQ(0, setup_.SetSampleFolder(row[1].c_str()));
+    EXPECT_EQ(row[2], Folder());
+  }
+  EXPECT_EQ("Quality Class does not exist", FakeHost::ErrorText(node_));
 }
 
 // --- Memory ---

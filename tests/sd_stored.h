@@ -1,0 +1,163 @@
+// What the stored forms of both kinds of nodes have in common, and the ways in which they break.
+#ifndef TESTS_SD_STORED_H_
+#define TESTS_SD_STORED_H_
+
+#include "tests/sd_fixture.h"
+
+namespace sdtest {
+
+constexpr std::size_t kFileSizeAt = 4;
+constexpr std::size_t kVersionAt = 44;  // where a database's load starts
+constexpr std::size_t kDataSizeAt = 64;
+constexpr std::size_t kPayloadAt = 72;
+
+// `Object` is the kind of the node, `Base` the fixture.
+template <class Object, class Base>
+class StoredTest : public Base {
+ protected:
+  using Error = typename Object::SDError;
+
+  virtual FakeNode& Node() = 0;
+
+  static HDBAccessBaseInterface& ObjectOf(FakeNode& node) { return *node.GetTypeInterface(); }
+  static Error ErrorOf(FakeNode& node) {
+    qz::string text;
+    qz::ulong code = 0;
+    ObjectOf(node).GetLastError(text, code);
+    return static_cast<Error>(code);
+  }
+  Error LastError() { return ErrorOf(Node()); }
+  std::string FileBytes(const char* name) const { return ReadBytes(this->folder_ + "/s/" + name); }
+
+  // The node as a node file.
+  std::string Stored() {
+    EXPECT_TRUE(ObjectOf(Node()).Save(nullptr, &name_)) << FakeHost::ErrorText(Node());
+    return FileBytes("stored");
+  }
+  // Between other things in a database.
+  std::string StoredInDatabase() {
+    DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_CREATE);
+    EXPECT_TRUE(stream->Write("head", 1, 4));
+    EXPECT_TRUE(ObjectOf(Node()).Save(stream, nullptr));
+    EXPECT_TRUE(stream->Write("tail", 1, 4));
+    DIOFile::CloseFile(stream);
+    return FileBytes("database");
+  }
+
+  Error LoadFile(const std::string& bytes) { return LoadFile(bytes, Node()); }
+  Error LoadFile(const std::string& bytes, FakeNode& node) {
+    WriteBytes(this->folder_ + "/s/stored", bytes);
+    const bool loaded = this->host_.LoadNodeFile(node, name_);
+    EXPECT_EQ(loaded, ErrorOf(node) == Object::ERROR_OK);
+    DIOFile* again = DIOFile::OpenFile(name_, DIOFile::OPENMODE_MODIFY);
+    EXPECT_NE(nullptr, again) << "the stream was left open";
+    if (again != nullptr) DIOFile::CloseFile(again);
+    return ErrorOf(node);
+  }
+  // From a database's stream in front of which and behind which other things stand.
+  Error LoadFromDatabase(const std::string& bytes, FakeNode& node) {
+    WriteBytes(this->folder_ + "/s/database", "head" + bytes);
+    DIOFile* stream = DIOFile::OpenFile("S:\\database", DIOFile::OPENMODE_OPEN);
+    EXPECT_TRUE(stream->SetPosition(qz::uint64{4}, DIOFile::SEEKMODE_START));
+    const bool loaded = ObjectOf(node).Load(stream, nullptr);
+    qz::uint64 position = 0;
+    EXPECT_TRUE(stream->GetPosition(position)) << "the host's stream stays open";
+    DIOFile::CloseFile(stream);
+    EXPECT_EQ(loaded, ErrorOf(node) == Object::ERROR_OK);
+    return ErrorOf(node);
+  }
+
+  // Whatever makes a save fail leaves no file. `prepare` runs ahead of each save, `check` behind
+  // each that failed. Gives the number of platform calls.
+  template <class Prepare, class Check>
+  int LeavesNoFileBehindFailedSaves(Prepare prepare, Check check) {
+    const std::string whole = Stored();
+    // True while there was a failure to survive.
+    const auto survives = [&](auto arm, const std::string& what) {
+      SCOPED_TRACE(what);
+      prepare();
+      DIOFile::Delete(name_);  // an older file outlives a save that cannot even begin
+      const auto armed = arm();
+      const bool saved = ObjectOf(Node()).Save(nullptr, &name_);
+      const bool fired = armed->Fired();
+      if (saved) {
+        // Memory that the stream could do without is no failure.
+        EXPECT_EQ(whole, FileBytes("stored"));
+        return fired;
+      }
+      EXPECT_TRUE(fired);
+      EXPECT_EQ(Object::ERROR_COULDNOTWRITE, LastError());
+      EXPECT_FALSE(this->Exists(name_));
+      check();
+      return true;
+    };
+    int n = 1;
+    while (survives([n] { return std::make_unique<FailingAllocation>(n); }, std::to_string(n)))
+      ++n;
+    // Ends of searches and the deletion of an older file are not looked at.
+    const auto counts = [](platform::Call call, const std::string&) {
+      return call != platform::Call::kDeleteFile && call != platform::Call::kGetFileAttributes &&
+             call != platform::Call::kFindClose;
+    };
+    n = 1;
+    while (survives([&] { return std::make_unique<FailingCall>(n, counts); },
+                    "platform call " + std::to_string(n))) {
+      ++n;
+    }
+    return n;
+  }
+
+  // A name that was cut is looked for, and may not be found, before the cut shows.
+  void RefusesEveryCut() {
+    const std::string stored = Stored();
+    for (std::size_t length = 0; length < stored.size(); ++length) {
+      EXPECT_EQ(Object::ERROR_COULDNOTREAD, LoadFile(stored.substr(0, length))) << length;
+      if (length < kVersionAt) continue;
+      EXPECT_EQ(Object::ERROR_COULDNOTREAD,
+                LoadFromDatabase(stored.substr(kVersionAt, length - kVersionAt), Node()))
+          << length;
+    }
+    EXPECT_FALSE(this->host_.LoadNodeFile(Node(), "S:\\no such file"));
+    EXPECT_EQ(Object::ERROR_COULDNOTREAD, LastError());
+  }
+
+  // Sizes are not believed, nor missed.
+  template <class Check>
+  void JudgesEveryByteOfTheHead(Check check) {
+    const std::string stored = Stored();
+    for (std::size_t at = 0; at < kPayloadAt; ++at) {
+      SCOPED_TRACE(at);
+      std::string damaged = stored;
+      damaged[at] = static_cast<char>(damaged[at] ^ 0x20);
+      Error expected = Object::ERROR_BADFORMAT;
+      const bool inSize = (at >= kFileSizeAt && at < 12) || (at >= 20 && at < 28) ||
+                          (at >= 48 && at < 56) || at >= kDataSizeAt;
+      if (inSize) expected = Object::ERROR_OK;
+      if (at >= 56 && at < 60) expected = Object::ERROR_BADVERSION;
+      EXPECT_EQ(expected, LoadFile(damaged));
+      check();
+    }
+  }
+
+  // Exhausted memory must not pass for a smaller list.
+  template <class Check>
+  void ReportsExhaustedMemoryInLoads(Check check) {
+    Stored();
+    for (int n = 1;; ++n) {
+      SCOPED_TRACE(n);
+      FailingAllocation fault(n);
+      const bool loaded = this->host_.LoadNodeFile(Node(), name_);
+      const bool fired = fault.Fired();
+      EXPECT_TRUE(fired || loaded);
+      EXPECT_EQ(loaded, LastError() == Object::ERROR_OK);
+      if (loaded) check();
+      if (!fired) break;
+    }
+  }
+
+  const qz::string name_ = "S:\\stored";
+};
+
+}  // namespace sdtest
+
+#endif  // TESTS_SD_STORED_H_
