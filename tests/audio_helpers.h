@@ -4,18 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <vector>
 
 #include "audio/audio.h"
-#include "platform/native.h"
+#include "tests/platform_folder.h"
 
 namespace audiotest {
 
@@ -77,37 +72,19 @@ inline Bytes BeChunk(const std::string& name, const Bytes& data) {
   return Text(name) + Be(data.size(), 4) + data + Bytes(data.size() % 2, 0xEE);
 }
 
-// A folder that goes with its object; in memory where the machine has such a place.
-class TempFolder {
- public:
-  TempFolder() {
-    native_ = std::filesystem::exists("/dev/shm") ? "/dev/shm/audioXXXXXX" : "/tmp/audioXXXXXX";
-    if (mkdtemp(native_.data()) == nullptr) std::abort();
-  }
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-  ~TempFolder() { std::filesystem::remove_all(native_); }
+// In memory where the machine has such a place.
+struct TempFolder : platform_test::TempFolder {
+  TempFolder()
+      : platform_test::TempFolder(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") {}
 
-  std::string Native(const std::string& name) const { return native_ + "/" + name; }
-  std::string Path(const std::string& name) const {
-    std::string path;
-    std::string why;
-    EXPECT_TRUE(platform::FromNative(Native(name), path, why)) << why;
-    return path;
-  }
   std::string Write(const std::string& name, const Bytes& bytes) const {
-    std::ofstream(Native(name), std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
+    Put(name, {bytes.begin(), bytes.end()});
     return Path(name);
   }
   Bytes Read(const std::string& name) const {
-    std::ifstream file(Native(name), std::ios::binary);
-    EXPECT_TRUE(file.is_open()) << name;
-    return Bytes(std::istreambuf_iterator<char>(file), {});
+    EXPECT_TRUE(std::filesystem::exists(Native(name))) << name;
+    return Text(Get(name));
   }
-
- private:
-  std::string native_;
 };
 
 // A record: empty to begin with, or a plain sound.

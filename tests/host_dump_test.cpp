@@ -103,7 +103,7 @@ TEST_F(Dump, ALostChannelTakesNoOtherWithIt) {
   example.replace(0x28, 4, Little(0x5000, 4) + Little(0x30, 4));
   const Dumped dumped = Of(example);
   EXPECT_EQ(dumped.problem, "channel 0: at 0x78: dataLen needs 4 bytes, 0 are left");
-  EXPECT_NE(dumped.text.find("coefTable 0        3346 -1510"), std::string::npos) << dumped.text;
+  EXPECT_THAT(dumped.text, HasSubstr("coefTable 0        3346 -1510"));
 }
 
 TEST_F(Dump, TellsWhatIsWrongInANodeFile) {
@@ -126,7 +126,7 @@ TEST_F(Dump, LongAndBinaryTextsAreShownShortAndHarmless) {
   setup.replace(0x48, 1, "\x1B[31m" + std::string(100000, 'x'));
   const Dumped dumped = Of(setup);
   EXPECT_EQ(dumped.text.find('\x1B'), std::string::npos);
-  EXPECT_NE(dumped.text.find("\\x1B[31mxxx"), std::string::npos);
+  EXPECT_THAT(dumped.text, HasSubstr("\\x1B[31mxxx"));
   EXPECT_LT(dumped.text.size(), 3000u);
 }
 

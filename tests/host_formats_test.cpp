@@ -15,6 +15,13 @@ namespace {
 using namespace host_test;
 using format_page::Examples;
 
+using Values = std::vector<qz::int64>;
+
+Values Numbers(const _AUDIO& a) {
+  return {a.NumSamples, a.SampleRate, a.OriginalKey, a.LoopStart,
+          a.LoopEnd,    a.LoopType,   a.LoopCount};
+}
+
 class FormatPages : public HostTest {
  protected:
   // What dump prints of the bytes, which are sound.
@@ -40,12 +47,10 @@ TEST_F(FormatPages, ImportingTheWavExampleGivesTheEncodedExample) {
 TEST_F(FormatPages, EncodedExampleHoldsTheFrameExample) {
   EXPECT_EQ(Examples("esmp.md").at(0).substr(0x34, 8), Examples("adpcm-frame.md").at(0));
   const std::string text = Dump(Examples("esmp.md").at(0));
-  for (const char* line : {"00000008        4  frq                32000  Hz",
-                           "00000028        4  channel 0          44",
-                           "00000034        8  frame 0            row 0, exponent 8, 05 11 11 F1",
-                           "00000044        4  coefTable 0        3346 -1510"}) {
-    EXPECT_NE(text.find(line), std::string::npos) << line << '\n' << text;
-  }
+  ExpectParts(text, {"00000008        4  frq                32000  Hz",
+                     "00000028        4  channel 0          44",
+                     "00000034        8  frame 0            row 0, exponent 8, 05 11 11 F1",
+                     "00000044        4  coefTable 0        3346 -1510"});
 }
 
 TEST_F(FormatPages, WavExampleIsReadAsToldAndWrittenAsItStands) {
@@ -53,18 +58,13 @@ TEST_F(FormatPages, WavExampleIsReadAsToldAndWrittenAsItStands) {
   folder.Put("in.wav", example);
   _AUDIO audio;
   ASSERT_EQ(audio_ReadWave(samplehost::FullPath(folder / "in.wav").c_str(), &audio, false), 0);
-  EXPECT_EQ(audio.NumSamples, 20u);
-  EXPECT_EQ(audio.SampleRate, 32000u);
-  EXPECT_EQ(audio.OriginalKey, 62);
-  EXPECT_EQ(audio.LoopStart, 4u);
-  EXPECT_EQ(audio.LoopEnd, 19u);
-  EXPECT_EQ(audio.LoopCount, -1);
+  EXPECT_EQ(Numbers(audio), (Values{20, 32000, 62, 4, 19, 1, -1}));
   EXPECT_EQ(
       audio_WriteWave(samplehost::FullPath(folder / "out.wav").c_str(), &audio, AUDIO_FORMAT_WAV),
       0);
   audio_FreeWave(&audio);
   EXPECT_EQ(BytesOf(folder / "out.wav"), example);
-  EXPECT_NE(Dump(example).find("loop 0 end         19"), std::string::npos);
+  EXPECT_THAT(Dump(example), HasSubstr("loop 0 end         19"));
 }
 
 // The numbers of a page's "decoded" block.
@@ -91,20 +91,13 @@ TEST_F(FormatPages, AiffExampleIsReadAsTold) {
   folder.Put("in.aiff", Examples("aiff.md").at(0));
   _AUDIO audio;
   ASSERT_EQ(audio_ReadWave(samplehost::FullPath(folder / "in.aiff").c_str(), &audio, false), 0);
-  EXPECT_EQ(audio.NumSamples, 12u);
-  EXPECT_EQ(audio.SampleRate, 44100u);
-  EXPECT_EQ(audio.OriginalKey, 72);
-  EXPECT_EQ(audio.LoopStart, 4u);
-  EXPECT_EQ(audio.LoopEnd, 11u);
-  EXPECT_EQ(audio.LoopType, 1);
+  EXPECT_EQ(Numbers(audio), (Values{12, 44100, 72, 4, 11, 1, -1}));
   EXPECT_EQ(static_cast<short*>(audio.Samples)[9], -3000);
   audio_FreeWave(&audio);
   const std::string text = Dump(Examples("aiff.md").at(0));
-  for (const char* line :
-       {"rate               44100 Hz", "marker 1 at        12", "marker 0 name      \"begin\"",
-        "sustain end marker 2", "00000072       24  samples"}) {
-    EXPECT_NE(text.find(line), std::string::npos) << line << '\n' << text;
-  }
+  ExpectParts(
+      text, {"rate               44100 Hz", "marker 1 at        12", "marker 0 name      \"begin\"",
+             "sustain end marker 2", "00000072       24  samples"});
 }
 
 TEST_F(FormatPages, GsmExampleIsWhatTheCodecMakes) {
@@ -120,9 +113,8 @@ TEST_F(FormatPages, GsmExampleIsWhatTheCodecMakes) {
             GSMCODEC_OK);
   EXPECT_EQ(info.sampleRate, 22050u);
   std::vector<short> decoded = TakenSamples(block, info.numSamples);
-  std::vector<short> told(320);
-  for (const short sample : Decoded("gsm-stream.md"))
-    told.push_back(sample);
+  std::vector<short> told = Decoded("gsm-stream.md");
+  told.insert(told.begin(), 320, 0);
   EXPECT_EQ(decoded.size(), 480u);
   decoded.resize(told.size());
   EXPECT_EQ(decoded, told);
@@ -156,41 +148,32 @@ TEST_F(FormatPages, MortExampleIsTheHeadOfTheGbExample) {
   const std::string example = Examples("mort.md").at(0);
   EXPECT_EQ(example.substr(44), Examples("gb-stream.md").at(0));
   folder.Put("in.mort", example);
-  const auto told =
-      nlohmann::json::parse(Expect(0, {"info", "in.mort", "--json"}).out, nullptr, false);
+  const Json told = Told(0, "info in.mort");
   EXPECT_EQ(told["codec"], "gb");
   EXPECT_EQ(told["length"], 192);
   EXPECT_EQ(told["rate_hz"], 16000);
   EXPECT_EQ(told["key"], 62);
   const std::string text = Dump(example);
-  for (const char* line : {"0000002C       16  run 0              plain, 1 blocks",
-                           "0000003C       16  run 1              marker, decodes to 2 silent",
-                           "0000004C       16  plain block 1      AA AA"}) {
-    EXPECT_NE(text.find(line), std::string::npos) << line << '\n' << text;
-  }
+  ExpectParts(text, {"0000002C       16  run 0              plain, 1 blocks",
+                     "0000003C       16  run 1              marker, decodes to 2 silent",
+                     "0000004C       16  plain block 1      AA AA"});
   const std::string gsm = Dump(std::string(example).replace(8, 1, 1, '\0').substr(0, 44) +
                                Examples("gsm-stream.md").at(0));
-  for (const char* line : {"run 0              from bit 0: silence, 2 blocks",
-                           "run 1              from bit 5: coded, 1 blocks",
-                           "coded block 0      from bit 13: LARc "}) {
-    EXPECT_NE(gsm.find(line), std::string::npos) << line << '\n' << gsm;
-  }
+  ExpectParts(gsm, {"run 0              from bit 0: silence, 2 blocks",
+                    "run 1              from bit 5: coded, 1 blocks",
+                    "coded block 0      from bit 13: LARc "});
 }
 
 TEST_F(FormatPages, NodeExamplesAreSampleAndSetup) {
   const auto examples = Examples("node-file.md");
   ASSERT_EQ(examples.size(), 2u);
   const std::string sample = Dump(examples[0]);
-  for (const char* part : {"{145AAC98-A45A-11D3-8763-00500469A267}  sample node",
-                           R"(fileName           "samples\tone\\High.wav")", "2  ADPCM",
-                           "2026-03-12 09:30:15.250 UTC"}) {
-    EXPECT_NE(sample.find(part), std::string::npos) << part << '\n' << sample;
-  }
+  ExpectParts(sample, {"{145AAC98-A45A-11D3-8763-00500469A267}  sample node",
+                       R"(fileName           "samples\tone\\High.wav")", "2  ADPCM",
+                       "2026-03-12 09:30:15.250 UTC"});
   const std::string setup = Dump(examples[1]);
-  for (const char* part : {"{D0551ED2-1487-11D4-BA67-0050DA72A982}  setup node",
-                           R"(sampleFolder       ".\samples\")", R"(class 1 name       "High")"}) {
-    EXPECT_NE(setup.find(part), std::string::npos) << part << '\n' << setup;
-  }
+  ExpectParts(setup, {"{D0551ED2-1487-11D4-BA67-0050DA72A982}  setup node",
+                      R"(sampleFolder       ".\samples\")", R"(class 1 name       "High")"});
 }
 
 }  // namespace

@@ -61,7 +61,6 @@ class SessionTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    folder.Put("kick.wav", Wav({}));
     folder.Put("other.wav", Wav({.length = 500}));
     Import("kick.wav");
     Import("other.wav");
@@ -99,7 +98,7 @@ TEST_F(SessionTest, AFailedSaveLosesNoFileOfTheSavedDatabase) {
     }
     if (std::filesystem::exists(otherRaw + "x")) std::filesystem::rename(otherRaw + "x", otherRaw);
     EXPECT_EQ(BytesOf(folder / "game.db"), saved);
-    const nlohmann::json info = Info("kick");
+    const Json info = Info("kick");
     EXPECT_EQ(info["classes"][0]["format"], "PCM16");
     EXPECT_EQ(BytesOf(info["classes"][0]["raw_file"]), Wav({}));
     EXPECT_EQ(info["classes"][0]["snr"][0]["exact"], true);
@@ -119,7 +118,7 @@ TEST_F(SessionTest, AWholeSaveBehindAFailedOneSavesAllAndTidiesUp) {
   }
   EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
   EXPECT_EQ(FilesIn(folder / "samples").size(), 4u);
-  Expect(0, {"class", "game.db", "remove", "Mid"});
+  Run(0, "class game.db remove Mid");
 }
 
 TEST_F(SessionTest, WhatIsNotSavedGoesWithTheFilesItMade) {
@@ -135,8 +134,7 @@ TEST_F(SessionTest, WhatIsNotSavedGoesWithTheFilesItMade) {
     EXPECT_EQ(session->root().undo().size(), 3u);
     EXPECT_GT(FilesIn(folder.path).size(), before.size());
   }
-  std::set<std::string> after = FilesIn(folder.path);
-  EXPECT_EQ(after, before);
+  EXPECT_EQ(FilesIn(folder.path), before);
   EXPECT_EQ(List()["nodes"].size(), 2u);
 }
 
@@ -163,23 +161,20 @@ TEST_F(SessionTest, ADamagedNodeKeepsItsPayloadByteForByte) {
   for (const std::string& damaged : {whole.substr(0, 7), whole.substr(0, whole.size() - 1),
                                      wrongType, endlessText, manySamples, std::string("garbage")}) {
     SetPayload(database, "kick", damaged);
-    const nlohmann::json node = List(1)["nodes"][0];
+    const Json node = List(1)["nodes"][0];
     EXPECT_EQ(node["node"], "kick");
     EXPECT_TRUE(node["damaged"].is_string());
     // Saves of other nodes, and of the damaged node's row, leave it alone.
-    Expect(0, {"lock", "game.db", "kick"});
-    Expect(0, {"unlock", "game.db", "kick"});
+    Run(0, "lock game.db kick");
+    Run(0, "unlock game.db kick");
     EXPECT_EQ(PayloadOf(database, "kick"), damaged);
   }
-  Expect(1, {"class", "game.db", "remove", "High"});
-  EXPECT_NE(Expect(1, {"info", "game.db", "kick"}).out.find("DAMAGED"), std::string::npos);
-  for (const std::vector<std::string>& refused :
-       {std::vector<std::string>{"format", "game.db", "kick", "High", "PCM8"},
-        {"remove", "game.db", "kick", "High"},
-        {"export", "game.db", "kick", "--class", "High", "--as", "raw", "x.wav"},
-        {"import", "game.db", "kick.wav", "--class", "Low", "--format", "PCM8", "--node",
-         "kick"}}) {
-    Expect(1, refused);
+  Run(1, "class game.db remove High");
+  EXPECT_THAT(Run(1, "info game.db kick").out, HasSubstr("DAMAGED"));
+  for (const char* refused : {"format game.db kick High PCM8", "remove game.db kick High",
+                              "export game.db kick --class High --as raw x.wav",
+                              "import game.db kick.wav --class Low --format PCM8 --node kick"}) {
+    Run(1, refused);
   }
   SetPayload(database, "kick", whole);
   EXPECT_EQ(BytesOf(RawFile("kick")), Wav({}));
@@ -187,27 +182,26 @@ TEST_F(SessionTest, ADamagedNodeKeepsItsPayloadByteForByte) {
 
 // The object of a half-read node knows some of its files; none may go with it.
 TEST_F(SessionTest, ADamagedNodeLosesNoFile) {
-  Expect(0, {"import", "game.db", "other.wav", "--class", "Low", "--format", "PCM8", "--node",
-             "kick"});
+  Run(0, "import game.db other.wav --class Low --format PCM8 --node kick");
   const std::string low = Info("kick")["classes"][1]["raw_file"];
   const std::string high = RawFile("kick");
   std::filesystem::rename(low, low + "x");
   List(1);
   Import("other.wav");
-  Expect(0, {"remove", "game.db", "other"});
+  Run(0, "remove game.db other");
   EXPECT_EQ(BytesOf(high), Wav({}));
   std::filesystem::rename(low + "x", low);
   EXPECT_EQ(Info("kick")["classes"].size(), 2u);
   std::filesystem::remove(low);
-  Expect(0, {"remove", "game.db", "kick"});
+  Run(0, "remove game.db kick");
   EXPECT_TRUE(std::filesystem::exists(high));
-  Expect(0, {"class", "game.db", "remove", "Low"});
+  Run(0, "class game.db remove Low");
 }
 
 TEST_F(SessionTest, ADamagedSetupStopsEveryVerbAndChangesNothing) {
   SetPayload(folder / "game.db", "Setup", PayloadOf(folder / "game.db", "Setup").substr(0, 50));
   const std::string before = BytesOf(folder / "game.db");
-  EXPECT_NE(Expect(1, {"list", "game.db"}).err.find("setup"), std::string::npos);
+  EXPECT_THAT(Run(1, "list game.db").err, HasSubstr("setup"));
   Import("kick.wav", "PCM8", 1);
   EXPECT_EQ(BytesOf(folder / "game.db"), before);
   EXPECT_EQ(FilesIn(folder / "samples").size(), 4u);
@@ -215,40 +209,37 @@ TEST_F(SessionTest, ADamagedSetupStopsEveryVerbAndChangesNothing) {
 
 TEST_F(SessionTest, HasOneOpenerAtATime) {
   auto session = Open();
-  EXPECT_NE(Expect(1, {"list", "game.db"}).err.find("in use"), std::string::npos);
+  EXPECT_THAT(Run(1, "list game.db").err, HasSubstr("in use"));
   session->Save();
-  EXPECT_NE(Expect(1, {"list", "game.db"}).err.find("in use"), std::string::npos);
+  EXPECT_THAT(Run(1, "list game.db").err, HasSubstr("in use"));
   session.reset();
-  Expect(0, {"list", "game.db"});
+  Run(0, "list game.db");
   session = Open();
   EXPECT_THROW(session->Require("nobody"), Failure);
 }
 
 TEST_F(SessionTest, ForeignAndNewerDatabasesAreLeftAlone) {
   Sql(folder / "game.db", "PRAGMA user_version = 2");
-  EXPECT_NE(Expect(1, {"list", "game.db"}).err.find("version 2"), std::string::npos);
+  EXPECT_THAT(Run(1, "list game.db").err, HasSubstr("version 2"));
   Sql(folder / "foreign.db", "CREATE TABLE node(id)");
-  EXPECT_NE(Expect(1, {"list", "foreign.db"}).err.find("not a database of samplehost"),
-            std::string::npos);
+  EXPECT_THAT(Run(1, "list foreign.db").err, HasSubstr("not a database of samplehost"));
 }
 
 // The writer of encoded files reports no full disk: the host sees to it.
 TEST_F(SessionTest, AFullDiskLeavesNoHalfSample) {
   folder.Put("eight.wav", Wav({.length = 100000, .bits = 8}));  // twice as large when encoded
   const std::set<std::string> before = FilesIn(folder / "samples");
-  const auto run = [&](const std::vector<std::string>& arguments) {
-    return RunHost(folder, arguments, 150000);
+  const auto run = [&](const std::string& line) {
+    return RunHost(folder, samplehost::SplitLine(line), 150000);
   };
-  const RunResult import =
-      run({"import", "game.db", "eight.wav", "--class", "High", "--format", "PCM16"});
+  const RunResult import = run("import game.db eight.wav --class High --format PCM16");
   EXPECT_EQ(import.code, 1);
-  EXPECT_NE(import.err.find("Make room"), std::string::npos) << import.err;
+  EXPECT_THAT(import.err, HasSubstr("Make room"));
   EXPECT_EQ(FilesIn(folder / "samples"), before);
   Import("eight.wav", "ADPCM");
-  EXPECT_EQ(run({"format", "game.db", "eight", "High", "PCM16"}).code, 1);
+  EXPECT_EQ(run("format game.db eight High PCM16").code, 1);
   EXPECT_EQ(Info("eight")["classes"][0]["format"], "ADPCM");
-  EXPECT_EQ(run({"export", "game.db", "eight", "--class", "High", "--as", "decoded", "o.wav"}).code,
-            1);
+  EXPECT_EQ(run("export game.db eight --class High --as decoded o.wav").code, 1);
   EXPECT_FALSE(std::filesystem::exists(folder / "o.wav"));
 }
 

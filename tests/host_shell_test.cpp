@@ -18,21 +18,18 @@ class Shell : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    folder.Put("kick.wav", Wav({}));
     folder.Put("other.wav", Wav({.length = 500}));
     std::filesystem::create_directories(folder / "out");
   }
 
   RunResult Script(int code, const std::string& lines, const std::string& option = {}) {
     folder.Put("script.txt", lines);
-    std::vector<std::string> arguments = {"open", "game.db", "--script", "script.txt"};
-    if (!option.empty()) arguments.push_back(option);
-    return Expect(code, arguments);
+    return Run(code, "open game.db --script script.txt " + option);
   }
 
   std::string Raw(const std::string& node, const std::string& qualityClass) {
-    const nlohmann::json info = Info(node);
-    for (const nlohmann::json& sample : info["classes"]) {
+    const Json info = Info(node);
+    for (const Json& sample : info["classes"]) {
       if (sample["class"] == qualityClass) return BytesOf(sample["raw_file"]);
     }
     return {};
@@ -40,23 +37,15 @@ class Shell : public HostTest {
 
   // Nothing but what the database names is left on the disk.
   void ExpectTidy() {
-    EXPECT_EQ(Expect(0, {"clean", "game.db", "--dry-run"}).out, "");
+    EXPECT_EQ(Run(0, "clean game.db --dry-run").out, "");
     std::size_t samples = 0;
-    const nlohmann::json list = List();
-    for (const nlohmann::json& node : list["nodes"])
+    const Json list = List();
+    for (const Json& node : list["nodes"])
       samples += node["classes"].size();
     EXPECT_EQ(FilesIn(folder / "samples").size(), 2 * samples);
   }
 
-  unsigned CountOf(const std::string& qualityClass) {
-    const std::string text = Expect(0, {"class", "game.db", "list"}).out;
-    unsigned level = 0;
-    unsigned count = 0;
-    const std::size_t at = text.find("\n" + qualityClass);
-    if (at == std::string::npos) return 0;
-    sscanf(text.c_str() + at + 1 + qualityClass.size(), "%u %u", &level, &count);
-    return count;
-  }
+  std::string Classes() { return Run(0, "class game.db list").out; }
 };
 
 TEST_F(Shell, AScriptDoesADaysWork) {
@@ -77,8 +66,7 @@ TEST_F(Shell, AScriptDoesADaysWork) {
          "history\n"
          "save\n"
          "quit\n");
-  EXPECT_EQ(CountOf("High"), 3u);
-  EXPECT_EQ(CountOf("Low"), 1u);
+  EXPECT_THAT(Classes(), HasSubstr("Low    10     1\nHigh   100    3\n"));
   const RunResult second = Script(0,
                                   "checkout kick out\n"
                                   "status\n"
@@ -95,9 +83,7 @@ TEST_F(Shell, AScriptDoesADaysWork) {
                                   "redo-checkout other\n"
                                   "save\n"
                                   "quit\n");
-  EXPECT_NE(second.out.find("kick  High   unchanged"), std::string::npos) << second.out;
-  EXPECT_NE(second.out.find("kick  High   changed"), std::string::npos) << second.out;
-  EXPECT_NE(second.out.find("all is saved"), std::string::npos);
+  ExpectParts(second.out, {"kick  High   unchanged", "kick  High   changed", "all is saved"});
   EXPECT_EQ(Raw("kick", "High"), Wav({}));
   EXPECT_EQ(Raw("kick", "Low"), Wav({}));
   EXPECT_EQ(Raw("big kick", "High"), Wav({}));
@@ -110,18 +96,16 @@ TEST_F(Shell, StopsAtTheFailingLineAndDropsWhatWasNotSaved) {
       "import kick.wav --class High --format PCM16\nsave\n\nimport other.wav --class High "
       "--format PCM8\nselect kick Low\nlock kick\n";
   RunResult result = Script(1, lines);
-  EXPECT_NE(result.err.find("script.txt:5: "), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("not saved"), std::string::npos) << result.err;
+  ExpectParts(result.err, {"script.txt:5: ", "not saved"});
   EXPECT_EQ(List()["nodes"].size(), 1u);
   ExpectTidy();
   result = Script(1, lines + "frobnicate\nunlock 'kick\nsave\n", "--keep-going");
-  for (const char* line : {":5: ", ":7: ", ":8: "})
-    EXPECT_NE(result.err.find(line), std::string::npos) << result.err;
+  ExpectParts(result.err, {":5: ", ":7: ", ":8: "});
   EXPECT_EQ(List()["nodes"].size(), 3u);
   // An end with unsaved changes is a failure unless they are dropped by word.
   Script(1, "import other.wav --class Low --format PCM8\nquit\n");
   Script(0, "import other.wav --class Low --format PCM8\nquit --discard\nfrobnicate\n");
-  Expect(1, {"open", "game.db", "--script", "missing.txt"});
+  Run(1, "open game.db --script missing.txt");
   ExpectTidy();
 }
 
@@ -143,9 +127,8 @@ TEST_F(Shell, UndoGoesBackThroughEverything) {
                                   "class list\n"
                                   "save\n"
                                   "undo\n");
-  EXPECT_NE(result.err.find("script.txt:17: There is nothing to undo"), std::string::npos)
-      << result.err << result.out;
-  EXPECT_NE(result.out.find("Low    10     0\nHigh   100    2\n"), std::string::npos) << result.out;
+  EXPECT_THAT(result.err, HasSubstr("script.txt:17: There is nothing to undo"));
+  EXPECT_THAT(result.out, HasSubstr("Low    10     0\nHigh   100    2\n"));
   EXPECT_EQ(Raw("kick", "High"), Wav({}));
   ExpectTidy();
   EXPECT_EQ(FilesIn(folder / "samples").size(), files.size());
@@ -166,7 +149,7 @@ TEST_F(Shell, UndoIsRefusedWhereItWouldDoHarm) {
       {"checkout kick missing\n", "Make it first"}};
   for (const auto& [lines, reason] : refused) {
     const RunResult result = Script(1, start + lines);
-    EXPECT_NE(result.err.find(reason), std::string::npos) << lines << result.err;
+    EXPECT_THAT(result.err, HasSubstr(reason));
     ExpectTidy();
   }
   // The edits of an earlier check-out are not written over unasked.
@@ -191,23 +174,21 @@ TEST_F(Shell, NodeFilesCarryNodesWithinAndBetweenDatabases) {
          "save\n"
          "save-node kick kick.node --force\n");
   EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
-  EXPECT_EQ(CountOf("High"), 1u);
+  EXPECT_THAT(Classes(), HasSubstr("High   100    1\n"));
   ExpectTidy();
   folder.Put("far/kick.wav", Wav({}));
-  Expect(0, {"new", "far/away.db", "--class", "Other=1"});
+  Run(0, "new far/away.db --class Other=1");
   folder.Put("script.txt",
              "load-setup classes.node\n"
              "load-node thump kick.node --from game.db\n"
              "save\n"
              "format thump High PCM16\n"
              "save\n");
-  Expect(0, {"open", "far/away.db", "--script", "script.txt"});
+  Run(0, "open far/away.db --script script.txt");
   EXPECT_EQ(Raw("kick", "High"), Wav({}));
   ExpectTidy();
-  const RunResult far = Expect(0, {"list", "far/away.db", "--json"});
-  EXPECT_EQ(nlohmann::json::parse(far.out)["nodes"][0]["classes"][0]["format"], "PCM16");
-  EXPECT_NE(Expect(0, {"class", "far/away.db", "list"}).out.find("High   100    1"),
-            std::string::npos);
+  EXPECT_EQ(Told(0, "list far/away.db")["nodes"][0]["classes"][0]["format"], "PCM16");
+  EXPECT_THAT(Run(0, "class far/away.db list").out, HasSubstr("High   100    1"));
   // What cannot be loaded changes nothing; nor is a file written over.
   Script(1, "load-node kick kick.wav\n");
   Script(1, "load-node kick kick.node --from far/away.db\n");
@@ -215,22 +196,21 @@ TEST_F(Shell, NodeFilesCarryNodesWithinAndBetweenDatabases) {
   Script(1, "save-node kick kick.wav\n");
   EXPECT_EQ(BytesOf(folder / "kick.wav"), Wav({}));
   EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
-  EXPECT_EQ(CountOf("High"), 1u);
+  EXPECT_THAT(Classes(), HasSubstr("High   100    1\n"));
   ExpectTidy();
 }
 
 TEST_F(Shell, ASetupFileKeepsTheClassesThatAreInUse) {
-  Expect(0, {"new", "other.db", "--class", "high=100", "--class", "Mid=50", "--folder", "two"});
+  Run(0, "new other.db --class high=100 --class Mid=50 --folder two");
   folder.Put("script.txt", "save-setup classes.node\n");
-  Expect(0, {"open", "other.db", "--script", "script.txt"});
+  Run(0, "open other.db --script script.txt");
   const RunResult result = Script(0,
                                   "import kick.wav --class High --format PCM16\n"
                                   "load-setup classes.node\n"
                                   "class list\n"
                                   "import kick.wav --class Mid --format PCM16\n"
                                   "save\n");
-  EXPECT_NE(result.out.find("Mid    50     0\nHigh   100    1\n"), std::string::npos)
-      << result.out << result.err;
+  EXPECT_THAT(result.out, HasSubstr("Mid    50     0\nHigh   100    1\n"));
   EXPECT_EQ(FilesIn(folder / "two").size(), 2u);
   EXPECT_EQ(FilesIn(folder / "samples").size(), 2u);
 }

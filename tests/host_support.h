@@ -4,6 +4,7 @@
 #define TESTS_HOST_SUPPORT_H_
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -13,44 +14,29 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <string>
 #include <vector>
+
+#include "host/shell.h"
+#include "tests/platform_folder.h"
 
 namespace host_test {
 
-// A new folder, removed with all that is in it.
-class Folder {
- public:
-  Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "hostXXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "no temporary folder";
-    path = name;
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
+using Json = nlohmann::json;
+using ::testing::HasSubstr;
 
-  std::string operator/(const std::string& name) const { return path + "/" + name; }
-
-  void Put(const std::string& name, const std::string& bytes) const {
-    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
-    std::ofstream(*this / name, std::ios::binary) << bytes;
-  }
-
-  std::string path;
+struct Folder : platform_test::TempFolder {
+  std::string operator/(const std::string& name) const { return Native(name); }
 };
 
 inline std::string BytesOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void ExpectParts(const std::string& text, std::initializer_list<const char*> parts) {
+  for (const char* part : parts)
+    EXPECT_THAT(text, HasSubstr(part));
 }
 
 // Paths of all files under a folder.
@@ -178,11 +164,12 @@ inline RunResult RunHost(const Folder& folder, const std::vector<std::string>& a
   return result;
 }
 
-// A database game.db with the classes High and Low in a folder of its own.
+// A database game.db with the classes High and Low in a folder of its own, and a sound beside it.
 class HostTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    Expect(0, {"new", "game.db", "--class", "High=100", "--class", "Low=10"});
+    Run(0, "new game.db --class High=100 --class Low=10");
+    folder.Put("kick.wav", Wav({}));
   }
 
   RunResult Expect(int code, const std::vector<std::string>& arguments) {
@@ -196,13 +183,19 @@ class HostTest : public ::testing::Test {
     return Expect(code, {"import", "game.db", file, "--class", "High", "--format", format});
   }
 
-  nlohmann::json List(int code = 0) {
-    return nlohmann::json::parse(Expect(code, {"list", "game.db", "--json"}).out, nullptr, false);
+  // Expect with the arguments on one line, split as those of a script are.
+  RunResult Run(int code, const std::string& line) {
+    return Expect(code, samplehost::SplitLine(line));
   }
 
-  nlohmann::json Info(const std::string& node, int code = 0) {
-    return nlohmann::json::parse(Expect(code, {"info", "game.db", node, "--json"}).out, nullptr,
-                                 false);
+  // What the line with "--json" prints.
+  Json Told(int code, const std::string& line) {
+    return Json::parse(Run(code, line + " --json").out, nullptr, false);
+  }
+
+  Json List(int code = 0) { return Told(code, "list game.db"); }
+  Json Info(const std::string& node) {
+    return Told(0, "info game.db " + samplehost::QuoteWord(node));
   }
 
   Folder folder;

@@ -8,6 +8,7 @@ namespace {
 
 using namespace host_test;
 namespace fs = std::filesystem;
+using Found = std::vector<std::string>;
 
 class Verify : public HostTest {
  protected:
@@ -25,12 +26,10 @@ class Verify : public HostTest {
   }
 
   // The findings, each as "node state".
-  std::vector<std::string> Look(int code, const std::vector<std::string>& options = {}) {
-    std::vector<std::string> arguments = {"verify", "game.db", "--json"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    const nlohmann::json json = nlohmann::json::parse(Expect(code, arguments).out, nullptr, false);
-    std::vector<std::string> found;
-    for (const nlohmann::json& finding : json["findings"])
+  Found Look(int code, const std::string& options = {}) {
+    const Json told = Told(code, "verify game.db " + options);
+    Found found;
+    for (const Json& finding : told["findings"])
       found.push_back(finding["node"].get<std::string>() + " " +
                       finding["state"].get<std::string>());
     return found;
@@ -45,10 +44,8 @@ class Verify : public HostTest {
     fs::last_write_time(file, time);
   }
 
-  nlohmann::json nodes_;
+  Json nodes_;
 };
-
-using Found = std::vector<std::string>;
 
 TEST_F(Verify, FindsEachDamageOfAnEncodedFileAndRepairsIt) {
   EXPECT_EQ(Look(0), Found{});
@@ -78,7 +75,7 @@ TEST_F(Verify, FindsEachDamageOfAnEncodedFileAndRepairsIt) {
   const Found damage = {"kick damaged", "kick-3 damaged", "kick-4 damaged"};
   EXPECT_EQ(Look(1), damage);
   EXPECT_FALSE(fs::exists(EncodedOf(0)));  // looking repairs nothing
-  EXPECT_EQ(Look(0, {"--repair"}), (Found{"kick repaired", "kick-3 repaired", "kick-4 repaired"}));
+  EXPECT_EQ(Look(0, "--repair"), (Found{"kick repaired", "kick-3 repaired", "kick-4 repaired"}));
   EXPECT_EQ(BytesOf(EncodedOf(3)), whole);
   EXPECT_EQ(Look(0), Found{});
 }
@@ -92,10 +89,10 @@ TEST_F(Verify, WarnsOfLegalButOddStatesAndNeverTouchesRawFiles) {
   fs::last_write_time(folder / "out/kick (High).wav", old);
   fs::create_directories(folder / "away");
   folder.Put("script.txt", "checkout kick away\ncheckin kick out\nsave\n");
-  Expect(0, {"open", "game.db", "--script", "script.txt"});
+  Run(0, "open game.db --script script.txt");
   nodes_ = List()["nodes"];
   EXPECT_EQ(Look(0), (Found{"kick warning", "kick-3 warning"}));
-  EXPECT_EQ(Look(0, {"--repair"}), (Found{"kick repaired", "kick-3 repaired"}));
+  EXPECT_EQ(Look(0, "--repair"), (Found{"kick repaired", "kick-3 repaired"}));
   EXPECT_EQ(Look(0), Found{});
   EXPECT_EQ(Info("kick")["classes"][0]["length"], 400);
   EXPECT_EQ(BytesOf(RawOf(0)), other);
@@ -108,9 +105,9 @@ TEST_F(Verify, LeavesAloneWhatItCannotMake) {
   const std::string encoded = BytesOf(EncodedOf(0));
   const Found damage = {"kick damaged", "kick-2 damaged", "kick-2 damaged"};
   EXPECT_EQ(Look(1), damage);
-  EXPECT_EQ(Look(1, {"--repair"}), damage);
+  EXPECT_EQ(Look(1, "--repair"), damage);
   EXPECT_EQ(BytesOf(EncodedOf(0)), encoded);
-  EXPECT_NE(Expect(1, {"verify", "game.db"}).out.find("is missing"), std::string::npos);
+  EXPECT_THAT(Run(1, "verify game.db").out, HasSubstr("is missing"));
 }
 
 TEST_F(Verify, CleanMovesOnlyWhatNobodyNames) {
@@ -127,22 +124,22 @@ TEST_F(Verify, CleanMovesOnlyWhatNobodyNames) {
   folder.Put("orphans/" + uuid + "/x", "of an earlier time");
   // A copy of the database names what this one has removed since.
   fs::copy_file(folder / "game.db", folder / "copy.db");
-  Expect(0, {"new", "game2.db", "--class", "High=1"});
-  Expect(0, {"import", "game2.db", "kick.wav", "--class", "High", "--format", "PCM8"});
+  Run(0, "new game2.db --class High=1");
+  Run(0, "import game2.db kick.wav --class High --format PCM8");
 
-  const std::string listed = Expect(0, {"clean", "game.db", "--dry-run"}).out;
-  EXPECT_NE(listed.find(uuid + "  1      5"), std::string::npos) << listed;
-  EXPECT_NE(listed.find(other), std::string::npos);
+  const std::string listed = Run(0, "clean game.db --dry-run").out;
+  EXPECT_THAT(listed, HasSubstr(uuid + "  1      5"));
+  EXPECT_THAT(listed, HasSubstr(other));
   EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 3);
   EXPECT_TRUE(fs::exists(folder / ("samples/" + uuid)));
-  Expect(0, {"clean", "game.db"});
+  Run(0, "clean game.db");
   EXPECT_EQ(BytesOf(folder / ("orphans/" + uuid + "-2/High.wav")), "12345");
   EXPECT_EQ(BytesOf(folder / ("orphans/" + uuid + "/x")), "of an earlier time");
   EXPECT_TRUE(fs::exists(folder / ("orphans/" + other + "/deep/x")));
   EXPECT_EQ(FilesIn(folder / "samples").size(), ours.size() + 2 + 2);
-  EXPECT_EQ(Expect(0, {"clean", "game.db"}).out, "");
+  EXPECT_EQ(Run(0, "clean game.db").out, "");
   EXPECT_EQ(BytesOf(folder / "elsewhere/x"), "mine");
-  Expect(0, {"verify", "game2.db"});
+  Run(0, "verify game2.db");
 }
 
 // Names are stored relative to the database: it may move, or be opened where a copy lies.
@@ -150,19 +147,18 @@ TEST_F(Verify, FindsItsSamplesWhereverItIsOpened) {
   fs::create_directories(folder / "there");
   fs::copy(folder / "samples", folder / "there/samples", fs::copy_options::recursive);
   fs::copy_file(folder / "game.db", folder / "there/game.db");
-  Expect(0, {"verify", "there/game.db"});
-  Expect(0, {"format", "there/game.db", "kick", "High", "ADPCM"});
-  Expect(0, {"remove", "there/game.db", "kick-2"});
-  Expect(0, {"verify", "there/game.db"});
+  Run(0, "verify there/game.db");
+  Run(0, "format there/game.db kick High ADPCM");
+  Run(0, "remove there/game.db kick-2");
+  Run(0, "verify there/game.db");
   EXPECT_EQ(Look(0), Found{});  // the copy's changes were not the original's
   EXPECT_EQ(Info("kick")["classes"][0]["format"], "PCM16");
-  fs::rename(folder / "there", folder / "moved");
-  Expect(0, {"verify", "moved/game.db"});
-  const nlohmann::json list =
-      nlohmann::json::parse(Expect(0, {"list", "moved/game.db", "--json"}).out);
-  EXPECT_EQ(list["nodes"].size(), 4u);
-  EXPECT_TRUE(list["nodes"][0]["classes"][0]["raw_file"].get<std::string>().starts_with(
-      folder / "moved/samples/"));
+  fs::rename(folder / "there", folder / "ümgezogen nach %s");
+  Run(0, "verify 'ümgezogen nach %s/game.db'");
+  const Json moved = Told(0, "list 'ümgezogen nach %s/game.db'")["nodes"];
+  EXPECT_EQ(moved.size(), 4u);
+  EXPECT_TRUE(moved[0]["classes"][0]["raw_file"].get<std::string>().starts_with(
+      folder / "ümgezogen nach %s/samples/"));
 }
 
 }  // namespace

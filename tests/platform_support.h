@@ -4,41 +4,20 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-
 #include "platform/faults.h"
-#include "platform/native.h"
+#include "tests/platform_folder.h"
 
 class PlatformTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char folder[] = "/tmp/platform_test_XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    root_ = folder;
-    platform::MountDrive('T', root_);
-  }
+  void SetUp() override { platform::MountDrive('T', root_); }
 
   void TearDown() override {
     platform::SetFaultHook({});
     platform::MountDrive('T', "");
-    std::filesystem::remove_all(root_);
   }
 
-  void Put(const std::string& name, const std::string& text) const {
-    std::ofstream(root_ + '/' + name, std::ios::binary) << text;
-  }
-
-  std::string Content(const std::string& name) const {
-    std::ifstream file(root_ + '/' + name, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-  }
-
+  void Put(const std::string& name, const std::string& text) const { folder_.Put(name, text); }
+  std::string Content(const std::string& name) const { return folder_.Get(name); }
   bool Exists(const std::string& name) const {
     return std::filesystem::exists(std::filesystem::symlink_status(root_ + '/' + name));
   }
@@ -57,7 +36,8 @@ class PlatformTest : public testing::Test {
     return NO_ERROR;
   }
 
-  std::string root_;
+  const platform_test::TempFolder folder_;
+  const std::string& root_ = folder_.path;
 };
 
 #endif  // TESTS_PLATFORM_SUPPORT_H_

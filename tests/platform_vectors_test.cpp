@@ -12,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -20,6 +19,7 @@
 
 #include "platform/native.h"
 #include "platform/platform.h"
+#include "tests/platform_folder.h"
 
 namespace {
 
@@ -72,9 +72,6 @@ struct Answer {
 class Vectors : public testing::Test {
  protected:
   void SetUp() override {
-    char folder[] = "/tmp/platform_vectors_XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    root_ = folder;
     home_ = std::filesystem::current_path();
     platform::MountDrive('C', root_);
   }
@@ -83,7 +80,6 @@ class Vectors : public testing::Test {
     CloseAll();
     std::filesystem::current_path(home_);
     platform::MountDrive('C', "/");
-    std::filesystem::remove_all(root_);
   }
 
   void CloseAll() {
@@ -190,7 +186,7 @@ class Vectors : public testing::Test {
     return answer;
   }
 
-  static Answer NextAfter(const Json& in) {
+  Answer NextAfter(const std::string&, const Json& in) {
     WIN32_FIND_DATAA data{};
     const HANDLE search = FindFirstFileA("C:\\Sound\\game.db", &data);
     if (Text(in, "after") == "the end") FindNextFileA(search, &data);
@@ -202,7 +198,7 @@ class Vectors : public testing::Test {
     return answer;
   }
 
-  Answer Create(const Json& in) {
+  Answer Create(const std::string&, const Json& in) {
     const std::map<std::string, DWORD> dispositions = {{"CREATE_NEW", CREATE_NEW},
                                                        {"CREATE_ALWAYS", CREATE_ALWAYS},
                                                        {"OPEN_EXISTING", OPEN_EXISTING},
@@ -258,7 +254,7 @@ class Vectors : public testing::Test {
     return {low, wide ? Json{{"high", high}} : Json::object()};
   }
 
-  static Answer FullPath(const Json& in) {
+  Answer FullPath(const std::string&, const Json& in) {
     char buffer[1024];
     buffer[0] = '\1';
     LPSTR part = nullptr;
@@ -268,7 +264,7 @@ class Vectors : public testing::Test {
             {{"path", buffer}, {"filePartOffset", part != nullptr ? Json(part - buffer) : Json()}}};
   }
 
-  static Answer Relative(const Json& in) {
+  Answer Relative(const std::string&, const Json& in) {
     char buffer[MAX_PATH] = "untouched";
     const auto attributes = [&](const char* key) -> DWORD {
       return in[key].get<bool>() ? FILE_ATTRIBUTE_DIRECTORY : 0;
@@ -278,7 +274,7 @@ class Vectors : public testing::Test {
     return {ret, {{"path", buffer}}};
   }
 
-  static Answer Split(const Json& in) {
+  Answer Split(const std::string&, const Json& in) {
     char drive[_MAX_DRIVE];
     char dir[_MAX_DIR];
     char name[_MAX_FNAME];
@@ -287,7 +283,7 @@ class Vectors : public testing::Test {
     return {nullptr, {{"drive", drive}, {"dir", dir}, {"fname", name}, {"ext", ext}}};
   }
 
-  static Answer Temporary(const std::string& api, const Json& in) {
+  Answer Temporary(const std::string& api, const Json& in) {
     char buffer[MAX_PATH] = "";
     if (api == "GetTempPathA") {
       if (in.contains("TMP")) setenv("TMP", Text(in, "TMP").c_str(), 1);
@@ -315,7 +311,7 @@ class Vectors : public testing::Test {
     return {ret};
   }
 
-  static Answer Convert(const std::string& api, const Json& in) {
+  Answer Convert(const std::string& api, const Json& in) {
     if (api == "LoadStringA") {
       char buffer[64] = "untouched";
       const int ret = LoadStringA(&kModule, in["id"], buffer, in["size"]);
@@ -334,7 +330,7 @@ class Vectors : public testing::Test {
     return {ret, {{"bytes", bytes}}};
   }
 
-  static Answer Uuid(const std::string& api, const Json& in) {
+  Answer Uuid(const std::string& api, const Json& in) {
     UUID a{};
     if (api == "UuidCompare") {
       a = ParseUuid(Text(in, "a"));
@@ -366,7 +362,7 @@ class Vectors : public testing::Test {
              {"dashesAt", dashes}}};
   }
 
-  static Answer Folder(const Json& in) {
+  Answer Folder(const std::string&, const Json& in) {
     const BOOL ret = SetCurrentDirectoryA(Text(in, "name").c_str());
     char buffer[MAX_PATH] = "";
     GetCurrentDirectoryA(MAX_PATH, buffer);
@@ -378,6 +374,8 @@ class Vectors : public testing::Test {
     const HANDLE search = in.contains("openSearch")
                               ? FindFirstFileA(Text(in, "openSearch").c_str(), &data)
                               : INVALID_HANDLE_VALUE;
+    if (api == "FindClose") return {FindClose(INVALID_HANDLE_VALUE)};
+    if (api == "CloseHandle") return {CloseHandle(Handle(in))};
     const std::string name = in.contains("name") ? Text(in, "name") : Text(in, "from");
     Answer answer;
     if (api == "GetFileAttributesA") answer.ret = GetFileAttributesA(name.c_str());
@@ -395,7 +393,7 @@ class Vectors : public testing::Test {
     return answer;
   }
 
-  static Answer Child(const Json& in) {
+  Answer Child(const std::string&, const Json& in) {
     std::string line = Text(in, "commandLine");
     const std::string self = "\"<this program>\" child ";
     if (line.starts_with(self)) line = "sh -c \"exit " + line.substr(self.size()) + '"';
@@ -475,44 +473,34 @@ class Vectors : public testing::Test {
   }
 
   Answer Run(const std::string& api, const Json& in) {
-    using Group = std::function<Answer(const std::string&, const Json&)>;
-    const auto call = [this](auto member) -> Group {
-      return [this, member](const std::string& name, const Json& arguments) {
-        return (this->*member)(name, arguments);
-      };
-    };
-    const std::map<std::string, Group> groups = {
-        {"GetFullPathNameA", [](const auto&, const Json& i) { return FullPath(i); }},
-        {"PathRelativePathToA", [](const auto&, const Json& i) { return Relative(i); }},
-        {"_splitpath", [](const auto&, const Json& i) { return Split(i); }},
-        {"SetCurrentDirectoryA", [](const auto&, const Json& i) { return Folder(i); }},
-        {"FindNextFileA", [](const auto&, const Json& i) { return NextAfter(i); }},
-        {"FindClose",
-         [](const auto&, const Json&) { return Answer{FindClose(INVALID_HANDLE_VALUE)}; }},
-        {"CreateProcessA", [](const auto&, const Json& i) { return Child(i); }},
-        {"CloseHandle",
-         [this](const auto&, const Json& i) { return Answer{CloseHandle(Handle(i))}; }},
-        {"CreateFileA", [this](const auto&, const Json& i) { return Create(i); }},
-        {"GetTempPathA", Temporary},
-        {"GetTempFileNameA", Temporary},
-        {"LoadStringA", Convert},
-        {"MultiByteToWideChar", Convert},
-        {"WideCharToMultiByte", Convert},
-        {"UuidCompare", Uuid},
-        {"UuidToStringA", Uuid},
-        {"UuidCreate", Uuid},
-        {"ReadFile", call(&Vectors::Transfer)},
-        {"WriteFile", call(&Vectors::Transfer)},
-        {"SetFilePointer", call(&Vectors::Position)},
-        {"GetFileSize", call(&Vectors::Position)},
-        {"fopen", call(&Vectors::Stdio)},
-        {"fputs", call(&Vectors::Stdio)},
-        {"fclose", call(&Vectors::Stdio)},
-        {"FindFirstFileA", call(&Vectors::Search)},
-        {"FindFirstFileA.record", call(&Vectors::Search)},
-        {"FindFirstFileA.firstTwo", call(&Vectors::Search)}};
+    using Group = Answer (Vectors::*)(const std::string&, const Json&);
+    const std::map<std::string, Group> groups = {{"GetFullPathNameA", &Vectors::FullPath},
+                                                 {"PathRelativePathToA", &Vectors::Relative},
+                                                 {"_splitpath", &Vectors::Split},
+                                                 {"SetCurrentDirectoryA", &Vectors::Folder},
+                                                 {"FindNextFileA", &Vectors::NextAfter},
+                                                 {"CreateProcessA", &Vectors::Child},
+                                                 {"CreateFileA", &Vectors::Create},
+                                                 {"GetTempPathA", &Vectors::Temporary},
+                                                 {"GetTempFileNameA", &Vectors::Temporary},
+                                                 {"LoadStringA", &Vectors::Convert},
+                                                 {"MultiByteToWideChar", &Vectors::Convert},
+                                                 {"WideCharToMultiByte", &Vectors::Convert},
+                                                 {"UuidCompare", &Vectors::Uuid},
+                                                 {"UuidToStringA", &Vectors::Uuid},
+                                                 {"UuidCreate", &Vectors::Uuid},
+                                                 {"ReadFile", &Vectors::Transfer},
+                                                 {"WriteFile", &Vectors::Transfer},
+                                                 {"SetFilePointer", &Vectors::Position},
+                                                 {"GetFileSize", &Vectors::Position},
+                                                 {"fopen", &Vectors::Stdio},
+                                                 {"fputs", &Vectors::Stdio},
+                                                 {"fclose", &Vectors::Stdio},
+                                                 {"FindFirstFileA", &Vectors::Search},
+                                                 {"FindFirstFileA.record", &Vectors::Search},
+                                                 {"FindFirstFileA.firstTwo", &Vectors::Search}};
     const auto group = groups.find(api);
-    return group != groups.end() ? group->second(api, in) : Entry(api, in);
+    return group != groups.end() ? (this->*group->second)(api, in) : Entry(api, in);
   }
 
   void Check(const Json& row) {
@@ -533,7 +521,8 @@ class Vectors : public testing::Test {
     }
   }
 
-  std::string root_;
+  const platform_test::TempFolder folder_;
+  const std::string& root_ = folder_.path;
   std::filesystem::path home_;
   std::map<std::string, HANDLE> handles_;
   std::map<std::string, std::FILE*> files_;
