@@ -26,8 +26,9 @@ std::vector<short> SoundOf(const std::string& blocks) {
   for (const char block : blocks) {
     for (int i = 0; i < 160; ++i) {
       const double t = static_cast<double>(samples.size());
-      samples.push_back(block == 'S' ? static_cast<short>(i % 15 - 7)
-                                     : static_cast<short>(9000 * std::sin(t * 0.05) + t * 0.7));
+      samples.push_back(
+          block == 'S' ? static_cast<short>(i % 15 - 7)
+                       : static_cast<short>(9000 * std::sin(t * 0.05) + std::fmod(t * 0.7, 20000)));
     }
   }
   return samples;
