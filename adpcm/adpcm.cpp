@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "adpcm/heap_block.h"
+#include "adpcm/kernels.h"
 
 namespace {
 
@@ -31,6 +32,28 @@ void FillChunk(short* pcmbuffer, const short* samples, qz::ulong count) {
   for (qz::ulong j = count; j < count + kSamplesPerFrame && j < kChunkSamples; ++j) {
     pcmbuffer[kOrder + j] = 0;
   }
+}
+
+const adpcm::Kernels& KernelsFor(const short* table) {
+  return adpcm::TableIsBounded(table) ? adpcm::ActiveKernels()
+                                      : *adpcm::KernelsOf(adpcm::KernelLevel::kScalar);
+}
+
+// Encodes the first `count` frames of the buffer, in one go unless somebody counts them.
+void EncodeChunk(const adpcm::Kernels& kernels, short* pcmbuffer, qz::ulong count,
+                 qz::uchar* frames, const short* table, void (*frameCallback)(qz::uchar)) {
+  const qz::ulong step = frameCallback != nullptr ? 1 : count;
+  for (qz::ulong frame = 0; frame < count; frame += step) {
+    if (frameCallback != nullptr) frameCallback(1);
+    kernels.encodeFrames(pcmbuffer + frame * kSamplesPerFrame, step,
+                         frames + frame * kBytesPerFrame, table);
+  }
+}
+
+// One of the two samples in front of each frame, out of an encoded chunk.
+void CopyHistory(const short* pcmbuffer, qz::ulong count, short* history) {
+  for (qz::ulong frame = 0; frame < count; ++frame)
+    history[frame] = pcmbuffer[frame * kSamplesPerFrame];
 }
 
 }  // namespace
@@ -73,29 +96,31 @@ qz::uchar* adpcmDoEncoding(short* coeftable, short* indata, qz::ulong numsmp, qz
   HeapBlock<qz::uchar> frames = AllocateBlock<qz::uchar>(*dest_len);
   if (!pcmbuffer || !frames) return nullptr;
 
+  const adpcm::Kernels& kernels = KernelsFor(coeftable);
   clearPcmBuffer(pcmbuffer.get());
-  qz::uint64 frame = 0;
+  qz::uchar* out = frames.get();
+  qz::uint64 done = 0;  // frames
   for (qz::uint64 base = 0; base < numsmp; base += kChunkSamples) {
     const qz::uint64 left = numsmp - base;
-    const auto count = static_cast<qz::ulong>(left < kChunkSamples ? left : kChunkSamples);
-    FillChunk(pcmbuffer.get(), indata + base, count);
-    for (qz::ulong offset = 0; offset < count; offset += kSamplesPerFrame, ++frame) {
-      short* const block = pcmbuffer.get() + offset;
-      if (history0) history0[frame] = block[0];
-      if (history1) history1[frame] = block[1];
-      if (frameCallback != nullptr) frameCallback(1);
-      qz::uchar* const out = frames.get() + frame * kBytesPerFrame;
-      adpcmEncodeFrame(block, out, coeftable, 1);
+    const auto samples = static_cast<qz::ulong>(left < kChunkSamples ? left : kChunkSamples);
+    const qz::ulong count = FrameCount(samples);
+    FillChunk(pcmbuffer.get(), indata + base, samples);
+    EncodeChunk(kernels, pcmbuffer.get(), count, out, coeftable, frameCallback);
+    if (history0) CopyHistory(pcmbuffer.get(), count, history0.get() + done);
+    if (history1) CopyHistory(pcmbuffer.get() + 1, count, history1.get() + done);
 
-      // "No loop" is a position too, and the longest streams have a frame that holds it.
-      const qz::uint64 pos = base + offset;
-      if (loopPos != adpcm::kNoLoop && pos <= loopPos && loopPos < pos + kSamplesPerFrame) {
-        *loopY0 = block[loopPos - pos];
-        *loopY1 = block[loopPos - pos + 1];
-        *loopIndex = out[0] & 15;
-        *loopScale = out[0] >> 4;
-      }
+    // "No loop" is a position too, and the longest streams have a frame that holds it.
+    if (loopPos != adpcm::kNoLoop && base <= loopPos &&
+        loopPos - base < qz::uint64{count} * kSamplesPerFrame) {
+      const qz::uint64 offset = loopPos - base;
+      const qz::uchar header = out[offset / kSamplesPerFrame * kBytesPerFrame];
+      *loopY0 = pcmbuffer[offset];
+      *loopY1 = pcmbuffer[offset + 1];
+      *loopIndex = header & 15;
+      *loopScale = header >> 4;
     }
+    out += count * kBytesPerFrame;
+    done += count;
   }
 
   if (y0 != nullptr) *y0 = history0.release();
@@ -121,13 +146,13 @@ short* adpcmDecodeSample(qz::uchar* adpcm, qz::ulong length, short* coeftable,
   HeapBlock<short> result = AllocateBlock<short>(qz::uint64{count} * kSamplesPerFrame);
   if (!result) return nullptr;
 
-  short block[kOrder + kSamplesPerFrame] = {};  // history, then one frame
-  for (qz::uint64 frame = 0; frame < count; ++frame) {
+  const adpcm::Kernels& kernels = KernelsFor(coeftable);
+  short history[kOrder] = {};
+  const qz::ulong step = frameCallback != nullptr ? 1 : count;
+  for (qz::uint64 frame = 0; frame < count; frame += step) {
     if (frameCallback != nullptr) frameCallback();
-    adpcmDecodeFrame(adpcm + frame * kBytesPerFrame, block, coeftable, 1);
-    std::memcpy(result.get() + frame * kSamplesPerFrame, block + kOrder,
-                kSamplesPerFrame * sizeof(short));
-    std::memcpy(block, block + kSamplesPerFrame, kOrder * sizeof(short));
+    kernels.decodeFrames(adpcm + frame * kBytesPerFrame, step, history,
+                         result.get() + frame * kSamplesPerFrame, coeftable);
   }
   return result.release();
 }

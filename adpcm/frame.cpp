@@ -1,8 +1,10 @@
 // One frame, both ways: adpcmEncodeFrame and adpcmDecodeFrame.
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
 #include "adpcm/adpcm.h"
+#include "adpcm/frame_kernels.h"
 
 namespace adpcm {
 namespace {
@@ -121,11 +123,7 @@ void EncodeWithRow(const int* in, Coefficients c, Candidate& candidate) {
   }
 }
 
-}  // namespace
-}  // namespace adpcm
-
-void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, qz::uchar step) {
-  using namespace adpcm;
+void EncodeFrame(short* inbuffer, qz::uchar* outbuffer, const short* coeftable, qz::uchar step) {
   int in[kBlockSize];
   for (int i = 0; i < kBlockSize; ++i)
     in[i] = inbuffer[static_cast<std::ptrdiff_t>(i) * step];
@@ -155,8 +153,8 @@ void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, q
   }
 }
 
-void adpcmDecodeFrame(qz::uchar* aramaddr, short* outbuffer, short* coeftable, qz::uchar step) {
-  using namespace adpcm;
+void DecodeFrame(const qz::uchar* aramaddr, short* outbuffer, const short* coeftable,
+                 qz::uchar step) {
   const int row = (aramaddr[0] >> 4) & static_cast<int>(kTableRows - 1);
   const Coefficients c = Row(coeftable, row);
   // 16 bits wide: exponent 15, which no encoder writes, is a gain of -32768.
@@ -173,4 +171,33 @@ void adpcmDecodeFrame(qz::uchar* aramaddr, short* outbuffer, short* coeftable, q
     history[1] = Clamp16(mac >> kFractionBits);
     *out = static_cast<short>(history[1]);
   }
+}
+
+}  // namespace
+
+void EncodeFramesScalar(short* samples, std::size_t count, qz::uchar* frames, const short* table) {
+  for (std::size_t i = 0; i < count; ++i) {
+    EncodeFrame(samples + i * kSamplesPerFrame, frames + i * kBytesPerFrame, table, 1);
+  }
+}
+
+void DecodeFramesScalar(const qz::uchar* frames, std::size_t count, short* history, short* samples,
+                        const short* table) {
+  short block[kBlockSize] = {history[0], history[1]};
+  for (std::size_t i = 0; i < count; ++i) {
+    DecodeFrame(frames + i * kBytesPerFrame, block, table, 1);
+    std::memcpy(samples + i * kSamplesPerFrame, block + kOrder, kSamplesPerFrame * sizeof(short));
+    std::memcpy(block, block + kSamplesPerFrame, kOrder * sizeof(short));
+  }
+  std::memcpy(history, block, kOrder * sizeof(short));
+}
+
+}  // namespace adpcm
+
+void adpcmEncodeFrame(short* inbuffer, qz::uchar* outbuffer, short* coeftable, qz::uchar step) {
+  adpcm::EncodeFrame(inbuffer, outbuffer, coeftable, step);
+}
+
+void adpcmDecodeFrame(qz::uchar* aramaddr, short* outbuffer, short* coeftable, qz::uchar step) {
+  adpcm::DecodeFrame(aramaddr, outbuffer, coeftable, step);
 }

@@ -1,0 +1,63 @@
+#include "adpcm/kernels.h"
+
+#include <atomic>
+
+#include "adpcm/adpcm.h"
+#include "adpcm/frame_kernels.h"
+
+namespace adpcm {
+namespace {
+
+constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar};
+constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesScalar};
+#if defined(__x86_64__)
+constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesScalar, DecodeFramesScalar};
+#endif
+
+std::atomic<KernelLevel> cap{KernelLevel::kAvx2};
+
+const Kernels* BestUpTo(KernelLevel level) {
+  const Kernels* best = nullptr;
+  for (const KernelLevel candidate : kKernelLevels) {
+    if (candidate > level) break;
+    if (const Kernels* kernels = KernelsOf(candidate)) best = kernels;
+  }
+  return best;
+}
+
+}  // namespace
+
+bool TableIsBounded(const short* table) {
+  for (std::size_t row = 0; row < kTableRows; ++row) {
+    const int previous = table[2 * row];
+    const int earlier = table[2 * row + 1];
+    if (previous < -4096 || previous > 4096 || earlier < -2048 || earlier > 2048) return false;
+  }
+  return true;
+}
+
+const Kernels* KernelsOf(KernelLevel level) {
+  switch (level) {
+    case KernelLevel::kScalar:
+      return &kScalarKernels;
+    case KernelLevel::kPortable:
+      return &kPortableKernels;
+    case KernelLevel::kAvx2:
+#if defined(__x86_64__)
+      // The compiler's runtime also asks whether the system saves the wide registers.
+      if (__builtin_cpu_supports("avx2")) return &kAvx2Kernels;
+#endif
+      return nullptr;
+  }
+  return nullptr;
+}
+
+const Kernels& ActiveKernels() {
+  return *BestUpTo(cap.load(std::memory_order_relaxed));
+}
+
+void CapKernels(KernelLevel level) {
+  cap.store(level, std::memory_order_relaxed);
+}
+
+}  // namespace adpcm
