@@ -11,7 +11,7 @@ namespace {
 constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar};
 constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesScalar};
 #if defined(__x86_64__)
-constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesScalar, DecodeFramesScalar};
+constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesScalar};
 #endif
 
 std::atomic<KernelLevel> cap{KernelLevel::kAvx2};
