@@ -33,8 +33,12 @@ bool audioAllocSamples(_AUDIO* audio, bool infoOnly) {
   // An empty sound has a block too: null means failure.
   const std::size_t size = std::max(audio->LengthInBytes, qz::ulong{1});
   audio->Samples = infoOnly ? std::malloc(size) : std::calloc(size, 1);
-  if (audio->Samples == nullptr) audioFail(AUDIO_NOMEMORY, "Out of memory!");
-  return audio->Samples != nullptr;
+  if (audio->Samples == nullptr) {
+    audioFail(AUDIO_NOMEMORY, "Out of memory!");
+    return false;
+  }
+  if (!infoOnly) platform::ExpectFilled(audio->Samples, size);
+  return true;
 }
 
 namespace {
