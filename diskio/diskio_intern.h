@@ -7,6 +7,7 @@
 #ifndef DISKIO_DISKIO_INTERN_H_
 #define DISKIO_DISKIO_INTERN_H_
 
+#include <cstddef>
 #include <set>
 
 #include "common/qzclasses.h"
@@ -68,6 +69,9 @@ DWORD WINAPI ExecuteThread(LPVOID lpParameter);
 // DIOFile::SplitName, with an answer: false where the memory is not to be had, and then both texts
 // are empty.
 bool DIOSplitName(const qz::string& full, qz::string& path, qz::string& base);
+
+// The same number for all paths that DIOFile::PathsIdentical takes for one. Throws std::bad_alloc.
+std::size_t DIOHashPath(const qz::string& path);
 
 // Calendar form of a platform time, both UTC. On failure `to` stays as it was.
 bool DIOConvertTime(const FILETIME& from, DIOFile::DIOFileTime& to);

@@ -1,5 +1,6 @@
 // Paths as text. Of these operations only those that make a path absolute ask the platform.
 #include <algorithm>
+#include <functional>
 #include <new>
 #include <string>
 
@@ -102,6 +103,14 @@ bool DIOFile::PathsIdentical(const qz::string& path1, const qz::string& path2) {
   } catch (const std::bad_alloc&) {
     return false;
   }
+}
+
+std::size_t DIOHashPath(const qz::string& path) {
+  qz::string clean = path;
+  DIOFile::CleanupPath(clean);
+  std::u16string folded(clean.begin(), clean.end());
+  std::transform(folded.begin(), folded.end(), folded.begin(), Lower);
+  return std::hash<std::u16string>()(folded);
 }
 
 bool DIOSplitName(const qz::string& full, qz::string& path, qz::string& base) {

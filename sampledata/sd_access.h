@@ -154,14 +154,14 @@ class SDAccess final : public SDTarvaneAccessInterface {
   void RestoreState(const SDUndo& snapshot);
   bool RestoreDeleted(const SDUndo& snapshot);
   bool DeleteOwnNode();
-  std::list<SDDeleteInfo> FilesOf(const SDSampleList& samples) const;
+  SDDeleteInfoList FilesOf(const SDSampleList& samples) const;
   // The files of a state that is being left. Where neither a saved state nor an older undo record
   // refers to them they go at once. Takes the entries; cannot fail.
-  void DropFiles(std::list<SDDeleteInfo>& dropped);
+  void DropFiles(SDDeleteInfoList& dropped);
   // The files of the state that has come back, those of `sampleList` from its front. Where the
   // saved database does not refer to them they go at shutdown unless a save covers them first.
   // Takes the entries; cannot fail.
-  void ReclaimFiles(std::list<SDDeleteInfo>& reclaimed);
+  void ReclaimFiles(SDDeleteInfoList& reclaimed);
   // Makes `smp` a copy of `old` with files of its own in this node's folder. False where they
   // cannot be made; what was copied by then stays.
   bool RestoreSample(SDSample& smp, const SDSample& old);
@@ -174,7 +174,7 @@ class SDAccess final : public SDTarvaneAccessInterface {
   SDError FindCheckedOutFiles(const qz::string& folder, std::list<qz::string>& qualClassName,
                               std::list<qz::string>& checkoutName) const;
   // Names the samples as in the node's folder; `files` takes those that could be named.
-  SDError NameInOldFolder(SDSampleList& samples, std::list<SDDeleteInfo>& files);
+  SDError NameInOldFolder(SDSampleList& samples, SDDeleteInfoList& files);
   void TakeNameThatIsThere(SDSample& sample) const;
 
   // --- Stored nodes (sd_access_persist.cpp) ---

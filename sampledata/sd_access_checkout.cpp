@@ -105,8 +105,8 @@ SDAccess::SDError SDAccess::UndoCheckIn() {
   try {
     if (checkedOut) return SetError(ERROR_ISCHECKEDOUT);
     if (lastPreCheckOutInternalName.empty()) return SetError(ERROR_NOPRECHECKINSTATE);
-    std::list<SDDeleteInfo> dropped = FilesOf(sampleList);
-    std::list<SDDeleteInfo> reclaimed;
+    SDDeleteInfoList dropped = FilesOf(sampleList);
+    SDDeleteInfoList reclaimed;
     SDSampleList returned = sampleList;
     SDError err = ERROR_OK;
     internalSampleFileName.swap(lastPreCheckOutInternalName);
@@ -128,13 +128,13 @@ SDAccess::SDError SDAccess::UndoCheckIn() {
 }
 
 // Only the files' names return; the numbers stay as the check-in left them.
-SDAccess::SDError SDAccess::NameInOldFolder(SDSampleList& samples, std::list<SDDeleteInfo>& files) {
+SDAccess::SDError SDAccess::NameInOldFolder(SDSampleList& samples, SDDeleteInfoList& files) {
   for (SDSample& sample : samples) {
     if (!SetupInternalName(sample.fileName, sample.originalName, sample.GetQualClass())) {
       return ERROR_INTERNAL;
     }
     TakeNameThatIsThere(sample);
-    files.emplace_back(this, &sample);
+    files.push_back(SDDeleteInfo(this, &sample));
   }
   return ERROR_OK;
 }

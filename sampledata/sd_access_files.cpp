@@ -70,10 +70,10 @@ SDAccess::SDError SDAccess::CopyNewFiles(const std::list<qz::string>& qualClassN
 SDAccess::SDError SDAccess::MoveToNewFolder(const std::list<qz::string>& qualClassName,
                                             const std::list<qz::string>& sourceName,
                                             uchar formatIndex, std::list<qz::string>& newFiles) {
-  std::list<SDDeleteInfo> oldFiles;
+  SDDeleteInfoList oldFiles;
   std::list<SDKeptSampleInfo> keptSamples;
   for (const SDSample& sample : sampleList) {
-    oldFiles.emplace_back(this, &sample);
+    oldFiles.push_back(SDDeleteInfo(this, &sample));
     const auto replaced =
         std::find(qualClassName.begin(), qualClassName.end(), sample.GetQualClass());
     if (replaced == qualClassName.end()) {
@@ -94,9 +94,9 @@ SDAccess::SDError SDAccess::MoveToNewFolder(const std::list<qz::string>& qualCla
     if (err != ERROR_OK) return err;
   }
 
-  std::list<SDDeleteInfo> unsavedFiles;
+  SDDeleteInfoList unsavedFiles;
   for (const SDSample& sample : sampleList)
-    unsavedFiles.emplace_back(this, &sample);
+    unsavedFiles.push_back(SDDeleteInfo(this, &sample));
   static_cast<SDSetup*>(setup)->MarkFilesReplaced(oldFiles, unsavedFiles);
   return ERROR_OK;
 }

@@ -14,8 +14,8 @@
 bool SDAccess::GatherDeleteInfo(HDBUndoInfo* info) {
   try {
     auto snapshot = std::make_unique<SDUndo>(sampleList, selQualityClass, internalSampleFileName);
-    std::list<SDDeleteInfo> files = FilesOf(sampleList);
-    std::list<SDDeleteInfo> none;
+    SDDeleteInfoList files = FilesOf(sampleList);
+    SDDeleteInfoList none;
     info->ID = UNDO_SD_DELETED;
     info->data = snapshot.release();
     static_cast<SDSetup*>(setup)->MarkFilesReplaced(files, none);
@@ -65,29 +65,29 @@ bool SDAccess::DoUndo(HDBUndoInfo* info) {
 void SDAccess::RestoreState(const SDUndo& snapshot) {
   SDSampleList restored = snapshot.sampleList;
   qz::string restoredName = snapshot.internalSampleFileName;
-  std::list<SDDeleteInfo> dropped = FilesOf(sampleList);
-  std::list<SDDeleteInfo> reclaimed = FilesOf(restored);
+  SDDeleteInfoList dropped = FilesOf(sampleList);
+  SDDeleteInfoList reclaimed = FilesOf(restored);
   DropFiles(dropped);
   sampleList.swap(restored);
   internalSampleFileName.swap(restoredName);
   ReclaimFiles(reclaimed);
 }
 
-std::list<SDDeleteInfo> SDAccess::FilesOf(const SDSampleList& samples) const {
-  std::list<SDDeleteInfo> files;
+SDDeleteInfoList SDAccess::FilesOf(const SDSampleList& samples) const {
+  SDDeleteInfoList files;
   for (const SDSample& sample : samples)
-    files.emplace_back(this, &sample);
+    files.push_back(SDDeleteInfo(this, &sample));
   return files;
 }
 
-void SDAccess::DropFiles(std::list<SDDeleteInfo>& dropped) {
+void SDAccess::DropFiles(SDDeleteInfoList& dropped) {
   SDSetup* const setupNode = static_cast<SDSetup*>(setup);
   while (!dropped.empty()) {
-    std::list<SDDeleteInfo> files;
-    files.splice(files.end(), dropped, dropped.begin());
+    SDDeleteInfoList files;
+    files.appendFirst(dropped);
     const SDDeleteInfo& pair = files.front();
     if (!setupNode->AreFilesUnsaved(pair)) {
-      std::list<SDDeleteInfo> none;
+      SDDeleteInfoList none;
       setupNode->MarkFilesReplaced(files, none);
       continue;
     }
@@ -98,14 +98,14 @@ void SDAccess::DropFiles(std::list<SDDeleteInfo>& dropped) {
   }
 }
 
-void SDAccess::ReclaimFiles(std::list<SDDeleteInfo>& reclaimed) {
+void SDAccess::ReclaimFiles(SDDeleteInfoList& reclaimed) {
   SDSetup* const setupNode = static_cast<SDSetup*>(setup);
   for (auto sample = sampleList.begin(); !reclaimed.empty(); ++sample) {
-    std::list<SDDeleteInfo> files;
-    files.splice(files.end(), reclaimed, reclaimed.begin());
+    SDDeleteInfoList files;
+    files.appendFirst(reclaimed);
     setupNode->UnmarkFilesForDeletion(files.front());
     if (sample->savedVersionIdentifier == setupNode->GetSavedVersionID()) continue;
-    std::list<SDDeleteInfo> none;
+    SDDeleteInfoList none;
     setupNode->MarkFilesReplaced(none, files);
   }
 }

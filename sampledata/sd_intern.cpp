@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "diskio/diskio_intern.h"
 #include "sampledata/sd_access.h"
 #include "sampledata/sd_setup.h"
 
@@ -86,7 +87,12 @@ SDDeleteInfo::SDDeleteInfo(const SDAccess* access, const SDSample* sample)
       folder(rawName) {
   const qz::string::size_type separator = folder.find_last_of("\\/");
   if (separator != qz::string::npos) folder.erase(separator);
+  hash = DIOHashPath(rawName);
 }
+
+SDDeleteInfo::SDDeleteInfo(const qz::string& _rawName, const qz::string& _encodedName,
+                           const qz::string& _folder)
+    : rawName(_rawName), encodedName(_encodedName), folder(_folder), hash(DIOHashPath(_rawName)) {}
 
 namespace {
 
@@ -99,8 +105,8 @@ bool IsSamePath(const qz::string& a, const qz::string& b) {
 }  // namespace
 
 bool SDDeleteInfo::operator==(const SDDeleteInfo& other) const {
-  return IsSamePath(rawName, other.rawName) && IsSamePath(encodedName, other.encodedName) &&
-         IsSamePath(folder, other.folder);
+  return hash == other.hash && IsSamePath(rawName, other.rawName) &&
+         IsSamePath(encodedName, other.encodedName) && IsSamePath(folder, other.folder);
 }
 
 bool SDDeleteInfo::exec(qz::string& _folder) const {
@@ -126,11 +132,58 @@ FolderContent LookInto(const qz::string& folder) {
 
 }  // namespace
 
+SDDeleteInfoList::SDDeleteInfoList(const SDDeleteInfoList& other) : bookMark(other.bookMark) {
+  for (const SDDeleteInfo& entry : other)
+    push_back(entry);
+  auto place = places.begin();
+  for (const auto& [hash, of] : other.places)
+    (place++)->second.marked = of.marked;
+}
+
+SDDeleteInfoList& SDDeleteInfoList::operator=(SDDeleteInfoList other) noexcept {
+  entries.swap(other.entries);
+  places.swap(other.places);
+  std::swap(bookMark, other.bookMark);
+  return *this;
+}
+
+void SDDeleteInfoList::push_back(const SDDeleteInfo& info) {
+  std::list<SDDeleteInfo> entry{info};
+  places.insert({info.GetHash(), {entry.begin()}});
+  entries.splice(entries.end(), entry);
+}
+
+void SDDeleteInfoList::append(SDDeleteInfoList& other) noexcept {
+  while (!other.empty())
+    appendFirst(other);
+}
+
+void SDDeleteInfoList::appendFirst(SDDeleteInfoList& other) noexcept {
+  // The first of the list is the first of its hash.
+  auto place = other.places.extract(other.places.lower_bound(other.front().GetHash()));
+  if (place.mapped().marked) --other.bookMark;
+  place.mapped().marked = false;
+  places.insert(std::move(place));
+  entries.splice(entries.end(), other.entries, other.entries.begin());
+}
+
+void SDDeleteInfoList::clear() {
+  entries.clear();
+  places.clear();
+  bookMark = 0;
+}
+
+void SDDeleteInfoList::setBookmark() const {
+  bookMark = static_cast<qz::ulong>(size());
+  for (auto& [hash, place] : places)
+    place.marked = true;
+}
+
 bool SDDeleteInfoList::exec() const {
   try {
     std::set<qz::string> folders;
     qz::ulong left = bookMark;
-    for (const SDDeleteInfo& entry : *this) {
+    for (const SDDeleteInfo& entry : entries) {
       if (left-- == 0) break;
       qz::string folder;
       entry.exec(folder);
@@ -145,21 +198,22 @@ bool SDDeleteInfoList::exec() const {
 }
 
 bool SDDeleteInfoList::execAll() const {
-  bookMark = static_cast<qz::ulong>(size());
+  setBookmark();
   return exec();
 }
 
 bool SDDeleteInfoList::remove(const SDDeleteInfo& info) {
-  qz::ulong index = 0;
-  for (auto entry = begin(); entry != end(); ++entry, ++index) {
-    if (!(*entry == info)) continue;
-    if (index < bookMark) --bookMark;
-    erase(entry);
-    return true;
-  }
-  return false;
+  const auto [first, last] = places.equal_range(info.GetHash());
+  const auto found =
+      std::find_if(first, last, [&](const auto& place) { return *place.second.entry == info; });
+  if (found == last) return false;
+  if (found->second.marked) --bookMark;
+  entries.erase(found->second.entry);
+  places.erase(found);
+  return true;
 }
 
 bool SDDeleteInfoList::check(const SDDeleteInfo& info) const {
-  return std::find(begin(), end(), info) != end();
+  const auto [first, last] = places.equal_range(info.GetHash());
+  return std::any_of(first, last, [&](const auto& place) { return *place.second.entry == info; });
 }

@@ -5,7 +5,9 @@
 #ifndef SAMPLEDATA_SD_INTERN_H_
 #define SAMPLEDATA_SD_INTERN_H_
 
+#include <cstddef>
 #include <list>
+#include <map>
 
 #include "PublicIncludes/kelvo_tarvanesampledata.h"
 #include "common/qzclasses.h"
@@ -150,7 +152,9 @@ class SDDeleteInfo {
   const qz::string& getEncodedName() const { return encodedName; }
   const qz::string& getFolder() const { return folder; }
 
-  // The same files: paths compare without case and kind of separator.
+  // The same files: paths compare without case and kind of separator. Files that are the same have
+  // the same hash.
+  std::size_t GetHash() const { return hash; }
   bool operator==(const SDDeleteInfo& other) const;
 
   // Deletes both files, whatever comes of it, and gives the folder. Always true.
@@ -159,19 +163,40 @@ class SDDeleteInfo {
  private:
   friend struct SDTestAccess;
   SDDeleteInfo(const qz::string& _rawName, const qz::string& _encodedName,
-               const qz::string& _folder)
-      : rawName(_rawName), encodedName(_encodedName), folder(_folder) {}
+               const qz::string& _folder);
 
   qz::string rawName;
   qz::string encodedName;
   qz::string folder;
+  std::size_t hash;
 };
 
 // Files that are to go, with the number of entries, from the front, that may go now. New entries
-// come last, behind that bookmark; equal ones may stand twice.
-class SDDeleteInfoList : public std::list<SDDeleteInfo> {
+// come last, behind that bookmark; equal ones may stand twice. Entries are found by their hash, so
+// that a database of thousands of nodes can mark and unmark each of them.
+class SDDeleteInfoList {
  public:
-  void setBookmark() { bookMark = static_cast<qz::ulong>(size()); }
+  using const_iterator = std::list<SDDeleteInfo>::const_iterator;
+
+  SDDeleteInfoList() = default;
+  SDDeleteInfoList(const SDDeleteInfoList& other);
+  SDDeleteInfoList& operator=(SDDeleteInfoList other) noexcept;
+  ~SDDeleteInfoList() = default;
+
+  const_iterator begin() const { return entries.begin(); }
+  const_iterator end() const { return entries.end(); }
+  std::size_t size() const { return entries.size(); }
+  bool empty() const { return entries.empty(); }
+  const SDDeleteInfo& front() const { return entries.front(); }
+
+  // Throws std::bad_alloc; the list is then as it was.
+  void push_back(const SDDeleteInfo& info);
+  // Move all entries of `other`, or its first one, to the end. They need no memory.
+  void append(SDDeleteInfoList& other) noexcept;
+  void appendFirst(SDDeleteInfoList& other) noexcept;
+  void clear();
+
+  void setBookmark() const;
   // Deletes the files of the entries in front of the bookmark, then each of their folders that is
   // left without files. The list stays as it is. False where such a folder could not be deleted;
   // the folders behind it are then left alone.
@@ -184,6 +209,14 @@ class SDDeleteInfoList : public std::list<SDDeleteInfo> {
 
  private:
   friend struct SDTestAccess;
+
+  struct Place {
+    std::list<SDDeleteInfo>::iterator entry;
+    bool marked = false;  // the entry stands in front of the bookmark
+  };
+
+  std::list<SDDeleteInfo> entries;
+  mutable std::multimap<std::size_t, Place> places;  // by hash; those of one hash in list order
   mutable qz::ulong bookMark = 0;
 };
 

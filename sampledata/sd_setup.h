@@ -70,9 +70,9 @@ class SDSetup final : public SDSetupInterface {
   void MarkFilesAsUnsaved(const SDDeleteInfo& info);
   // Marks files that a change replaced for deletion and those that it made as unsaved. The entries
   // move over, so this cannot run out of memory halfway.
-  void MarkFilesReplaced(std::list<SDDeleteInfo>& oldFiles, std::list<SDDeleteInfo>& newFiles) {
-    deleteFilesList.splice(deleteFilesList.end(), oldFiles);
-    unsavedFilesList.splice(unsavedFilesList.end(), newFiles);
+  void MarkFilesReplaced(SDDeleteInfoList& oldFiles, SDDeleteInfoList& newFiles) {
+    deleteFilesList.append(oldFiles);
+    unsavedFilesList.append(newFiles);
   }
   void UnmarkFilesAsUnsaved(const SDDeleteInfo& info);
   bool AreFilesUnsaved(const SDDeleteInfo& info) const;
