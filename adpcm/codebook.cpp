@@ -5,9 +5,6 @@
 namespace adpcm {
 namespace {
 
-// Farther than any real distance.
-constexpr double kStartOfMinimumSearch = 1e30;
-
 int NearestRow(double* const* codebook, int order, int n_entries, const double* frame) {
   double least = kStartOfMinimumSearch;
   int nearest = 0;
@@ -53,10 +50,7 @@ void refine(double** codebook, int order, int n_entries, double* const* training
         centroids[i][j] /= static_cast<double>(count[i]);
     }
     for (int i = 0; i < n_entries; ++i) {
-      double errorLeft;
-      durbin(centroids[i], order, ac, codebook[i], &errorLeft);
-      clip_reflection(ac, order);
-      afromk(ac, codebook[i], order);
+      stable_model(centroids[i], order, ac, codebook[i]);
     }
   }
 }

@@ -9,11 +9,6 @@
 namespace adpcm {
 namespace {
 
-constexpr double kReflectionLimit = 0.9999999999;
-
-// Pivots whose spread is beyond this make a system nearly singular.
-constexpr double kSmallestPivotRatio = 1e-10;
-
 // A product of two samples fits 32 bits.
 double Product(short a, short b) {
   return static_cast<double>(a * b);
@@ -40,7 +35,7 @@ void Reduce(double** a, int i, int j, int terms) {
 }
 
 bool NearlySingular(double** a, int n) {
-  double smallest = 1e10;
+  double smallest = kLargestSmallPivot;
   double largest = 0.0;
   for (int i = 1; i <= n; ++i) {
     const double magnitude = std::fabs(a[i][i]);
@@ -180,6 +175,13 @@ int durbin(const double* ac, int order, double* ref, double* taps, double* e2) {
   return beyondOne;
 }
 
+void stable_model(const double* ac, int order, double* ref, double* taps) {
+  double errorLeft;
+  durbin(ac, order, ref, taps, &errorLeft);
+  clip_reflection(ref, order);
+  afromk(ref, taps, order);
+}
+
 void rfroma(const double* a, int n, double* r, double* aa) {
   const auto at = [aa, n](int row, int column) -> double& {
     return aa[static_cast<std::ptrdiff_t>(row) * (n + 1) + column];
@@ -201,6 +203,13 @@ void rfroma(const double* a, int n, double* r, double* aa) {
   }
 }
 
+double tap_correlation(const double* ta, int order, int lag) {
+  double sum = 0.0;
+  for (int j = 0; j <= order - lag; ++j)
+    sum += ta[j] * ta[j + lag];
+  return sum;
+}
+
 double model_dist(const double* ta, const double* sa, int order) {
   QZ_ASSERT(order <= kMaxModelOrder, "model_dist: the order fits the scratch");
   double r[kMaxModelOrder + 1];
@@ -209,9 +218,7 @@ double model_dist(const double* ta, const double* sa, int order) {
 
   double distance = 0.0;
   for (int i = 0; i <= order; ++i) {
-    double ra = 0.0;
-    for (int j = 0; j <= order - i; ++j)
-      ra += ta[j] * ta[j + i];
+    const double ra = tap_correlation(ta, order, i);
     distance = i == 0 ? r[0] * ra : distance + 2.0 * r[i] * ra;
   }
   return distance;

@@ -22,6 +22,14 @@ namespace adpcm {
 // The highest order that model_dist takes; its scratch is on the stack.
 inline constexpr int kMaxModelOrder = 8;
 
+// Where clip_reflection sets coefficients of magnitude 1 and more.
+inline constexpr double kReflectionLimit = 0.9999999999;
+
+// Pivots whose spread, smallest by largest, is below this make a system nearly singular for lud.
+// The search for the smallest starts at a number that pivots can exceed.
+inline constexpr double kSmallestPivotRatio = 1e-10;
+inline constexpr double kLargestSmallPivot = 1e10;
+
 // Right-hand side of the normal equations: a[i] = -sum of in[n - i] * in[n], i = 0 to order, over
 // the `length` samples at `in_buffer`. a[0] is minus the energy. The `order` samples in front of
 // `in_buffer` are read.
@@ -54,8 +62,15 @@ void clip_reflection(double* ref, int order);
 // not positive the taps are 0.
 int durbin(const double* ac, int order, double* ref, double* taps, double* e2);
 
+// The taps of the predictor of an autocorrelation, made stable: durbin, with clipped reflection
+// coefficients, which end in `ref`.
+void stable_model(const double* ac, int order, double* ref, double* taps);
+
 // The autocorrelation that taps imply, normalised to r[0] = 1. `aa` is scratch of (n + 1)^2.
 void rfroma(const double* a, int n, double* r, double* aa);
+
+// The autocorrelation of the taps themselves: the sum of ta[j] * ta[j + lag].
+double tap_correlation(const double* ta, int order, int lag);
 
 // Itakura's distance of model `ta` from the predictor `sa`: the error energy that `ta` leaves on a
 // signal with the autocorrelation of `sa`. Not symmetric, can be slightly negative, ties often.

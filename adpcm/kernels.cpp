@@ -3,15 +3,17 @@
 #include <atomic>
 
 #include "adpcm/adpcm.h"
+#include "adpcm/design_kernels.h"
 #include "adpcm/frame_kernels.h"
 
 namespace adpcm {
 namespace {
 
-constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar};
-constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesScalar};
+constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar, nullptr};
+constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesScalar,
+                                      &kDesignPortable};
 #if defined(__x86_64__)
-constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesScalar};
+constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesScalar, &kDesignAvx2};
 #endif
 
 std::atomic<KernelLevel> cap{KernelLevel::kAvx2};

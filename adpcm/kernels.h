@@ -17,6 +17,8 @@ enum class KernelLevel { kScalar, kPortable, kAvx2 };
 inline constexpr KernelLevel kKernelLevels[] = {KernelLevel::kScalar, KernelLevel::kPortable,
                                                 KernelLevel::kAvx2};
 
+struct DesignKernels;
+
 struct Kernels {
   const char* name;
 
@@ -30,6 +32,9 @@ struct Kernels {
   // bytes. The table as above.
   void (*decodeFrames)(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                        const short* table);
+
+  // The table design; null where the scalar functions of estimate.h and codebook.h do it.
+  const DesignKernels* design;
 };
 
 // Whether the rows are such as the table design makes, at most 4096 and 2048 in magnitude, so that
