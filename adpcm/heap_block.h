@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "common/qztypes.h"
+#include "platform/platform.h"
 
 namespace adpcm {
 
@@ -27,7 +28,9 @@ HeapBlock<T> AllocateBlock(qz::uint64 count) {
   static_assert(std::is_trivial_v<T>);
   if (count > SIZE_MAX / sizeof(T)) return nullptr;
   const auto size = static_cast<std::size_t>(count) * sizeof(T);
-  return HeapBlock<T>(static_cast<T*>(std::malloc(size != 0 ? size : 1)));
+  HeapBlock<T> block(static_cast<T*>(std::malloc(size != 0 ? size : 1)));
+  if (block != nullptr) platform::ExpectFilled(block.get(), size);
+  return block;
 }
 
 }  // namespace adpcm

@@ -1,12 +1,12 @@
-// The encoding driver: the one place that knows what each format does to the samples, and the one
-// writer of encoded files.
+// The encoding driver: the one place that knows what each format does to the samples.
+#include "sampledata/sd_access_tarvane_encode.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
 
 #include "adpcm/adpcm.h"
-#include "sampledata/sd_access.h"
 #include "sampledata/sd_heap.h"
 #include "sampledata/sd_sound.h"
 #include "sampledata/sd_stream.h"
@@ -215,24 +215,28 @@ SDError WriteChannels(DIOFile* file, const SDSample& sample, const _AUDIO& recor
 
 }  // namespace
 
-SDAccess::SDError SDAccess::GenerateEncodedData(SDSample& sample, const _AUDIO* aInfo) const {
+SDError WriteEncodedFile(const qz::string& name, const SDSample& sample, const _AUDIO& record) {
+  if (!FitsFile(sample, record)) return SDAccess::ERROR_UNSUPPORTEDFORMAT;
+  Stream file(name, DIOFile::OPENMODE_CREATE);
+  if (!file) return SDAccess::ERROR_COULDNOTWRITE;
+  SDError err = SDAccess::ERROR_NOMEMORY;
+  try {
+    err = WriteChannels(file.get(), sample, record);
+  } catch (const std::bad_alloc&) {
+    err = SDAccess::ERROR_NOMEMORY;
+  }
+  file.Close();  // fills the channel table
+  if (err != SDAccess::ERROR_OK) DIOFile::Delete(name);
+  return err;
+}
+
+SDError SDAccess::GenerateEncodedData(SDSample& sample, const _AUDIO* aInfo) const {
   if (!IsKnownCompType(sample.compType)) return SetError(ERROR_UNSUPPORTEDFORMAT);
-  if (!FitsFile(sample, *aInfo)) return SetError(ERROR_UNSUPPORTEDFORMAT);
   // Callers have changed the sample's format by now, so exhausted memory is an answer here and no
   // exception.
   try {
-    const qz::string name = BuildEncodedSampleDataFileName(sample.fileName);
-    Stream file(name, DIOFile::OPENMODE_CREATE);
-    if (!file) return SetError(ERROR_COULDNOTWRITE);
-    SDError err = ERROR_NOMEMORY;
-    try {
-      err = WriteChannels(file.get(), sample, *aInfo);
-    } catch (const std::bad_alloc&) {
-      err = ERROR_NOMEMORY;
-    }
-    file.Close();  // fills the channel table
-    if (err != ERROR_OK) DIOFile::Delete(name);
-    return SetError(err);
+    return SetError(
+        WriteEncodedFile(BuildEncodedSampleDataFileName(sample.fileName), sample, *aInfo));
   } catch (const std::bad_alloc&) {
     return SetError(ERROR_NOMEMORY);
   }

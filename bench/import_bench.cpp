@@ -1,0 +1,159 @@
+// Imports of a WAV of 100 MB by samplehost, whole processes with the save, against what cannot be
+// saved: two copies of the file for PCM16, and the encode besides for ADPCM. Rivals take turns in
+// one run. Peak memory is that of the process.
+//
+//   import_bench [--json] SAMPLEHOST [ROUNDS]      TMPDIR: where the files go
+#include <cstring>
+
+#include "adpcm/adpcm.h"
+#include "audio/audio.h"
+#include "bench/bench_support.h"
+
+namespace {
+
+using bench::Series;
+
+constexpr std::uint32_t kBytes = 100'000'000;
+constexpr double kPeakBound = 2.5 * (kBytes + 44) + 8 * 1048576;
+
+struct Timed {
+  Series wall, cpu;
+  double peak = 0;
+
+  void Add(const bench::Cost& cost) {
+    wall.Add(cost.wall);
+    cpu.Add(cost.cpu);
+    peak = std::max(peak, cost.peak);
+  }
+};
+
+struct Results {
+  Timed copies, encode, pcm16, adpcm;
+
+  double Pcm16Ratio() const { return pcm16.wall.Median() / copies.wall.Median(); }
+  double AdpcmRatio() const {
+    return adpcm.wall.Median() / (encode.wall.Median() + copies.wall.Median());
+  }
+};
+
+bench::Cost Copies(const bench::TempFolder& folder, const std::string& wav) {
+  bench::Prepare(folder / "copies");
+  bench::fs::create_directory(folder / "copies");
+  bench::Cost sum = bench::Copy(wav, folder / "copies/1.wav");
+  const bench::Cost second = bench::Copy(wav, folder / "copies/2.wav");
+  sum.wall += second.wall;
+  sum.cpu += second.cpu;
+  bench::Prepare(folder / "copies");
+  return sum;
+}
+
+bench::Cost Import(const std::string& host, const bench::TempFolder& folder, const std::string& wav,
+                   const char* format) {
+  bench::Prepare(folder / "base");
+  bench::fs::create_directory(folder / "base");
+  const std::string database = folder / "base/game.db";
+  bench::Run({host, "new", database, "--class", "High=1"});
+  sync();
+  const bench::Cost cost =
+      bench::Run({host, "import", database, wav, "--class", "High", "--format", format});
+  bench::Prepare(folder / "base");
+  return cost;
+}
+
+// The encode alone, of samples that are in memory: time of the call in a process of its own, so
+// that this one stays small.
+bench::Cost Encode(const std::string& wav) {
+  int ends[2];
+  if (pipe(ends) != 0) bench::Fail("no pipe");
+  bench::InChild([&] {
+    _AUDIO sound{};
+    if (audio_ReadWave(bench::LibraryPath(wav).c_str(), &sound, false) != AUDIO_OK) _exit(1);
+    _ADPCMINFO info{};
+    qz::ulong loop = 0;
+    qz::ulong loopLength = 0;
+    bench::Cost cost;
+    const std::clock_t start = std::clock();
+    cost.wall = bench::Milliseconds([&] {
+      if (adpcmEncodeSample(static_cast<short*>(sound.Samples), &sound.NumSamples, &loop,
+                            &loopLength, &info, nullptr) == 0) {
+        _exit(1);
+      }
+    });
+    cost.cpu = static_cast<double>(std::clock() - start) * 1e3 / CLOCKS_PER_SEC;
+    if (write(ends[1], &cost, sizeof cost) != sizeof cost) _exit(1);
+  });
+  bench::Cost cost;
+  if (read(ends[0], &cost, sizeof cost) != sizeof cost) bench::Fail("no time of the encode");
+  close(ends[0]);
+  close(ends[1]);
+  return cost;
+}
+
+void Measure(const std::string& host, int rounds, Results& results) {
+  const bench::TempFolder folder;
+  const std::string wav = folder / "sound.wav";
+  bench::MakeWav(wav, kBytes);
+  for (int round = 0; round < rounds; ++round) {
+    results.copies.Add(Copies(folder, wav));
+    results.pcm16.Add(Import(host, folder, wav, "PCM16"));
+    results.encode.Add(Encode(wav));
+    results.adpcm.Add(Import(host, folder, wav, "ADPCM"));
+  }
+}
+
+void Show(const char* what, const Timed& timed) {
+  std::printf("%-22s%10.0f%10.0f%10.0f%10.0f\n", what, timed.wall.Best(), timed.wall.Median(),
+              timed.wall.Worst(), timed.cpu.Median());
+}
+
+void Print(const Results& results) {
+  std::printf("%-22s%10s%10s%10s%10s\n", "ms for 100 MB", "best", "median", "worst", "CPU");
+  Show("two copies", results.copies);
+  Show("import as PCM16", results.pcm16);
+  Show("encode alone", results.encode);
+  Show("import as ADPCM", results.adpcm);
+  std::printf("PCM16 import to two copies: %.2f (bound 3)\n", results.Pcm16Ratio());
+  std::printf("ADPCM import to encode and two copies: %.2f (bound 1.3)\n", results.AdpcmRatio());
+  std::printf("peak memory of the ADPCM import: %.1f MB (bound %.1f)\n", results.adpcm.peak / 1e6,
+              kPeakBound / 1e6);
+}
+
+void PrintJson(const char* name, const Timed& timed) {
+  std::printf(" \"%s\": {\"wall\": %s, \"cpu\": %s, \"peak_bytes\": %.0f},\n", name,
+              timed.wall.Json().c_str(), timed.cpu.Json().c_str(), timed.peak);
+}
+
+void PrintJson(const Results& results) {
+  std::printf("{\"bytes\": %u, \"unit\": \"ms\",\n", kBytes);
+  PrintJson("two_copies", results.copies);
+  PrintJson("import_pcm16", results.pcm16);
+  PrintJson("encode", results.encode);
+  PrintJson("import_adpcm", results.adpcm);
+  std::printf(" \"pcm16_to_copies\": %.3f, \"adpcm_to_encode_and_copies\": %.3f,\n",
+              results.Pcm16Ratio(), results.AdpcmRatio());
+  std::printf(" \"adpcm_peak_to_file\": %.3f}\n", results.adpcm.peak / (kBytes + 44.0));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool json = false;
+  std::vector<std::string> arguments;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--json") == 0)
+      json = true;
+    else
+      arguments.emplace_back(argv[i]);
+  }
+  const int rounds = arguments.size() > 1 ? std::atoi(arguments[1].c_str()) : 5;
+  if (arguments.empty() || rounds < 1) {
+    bench::Fail("usage: import_bench [--json] SAMPLEHOST [ROUNDS]");
+  }
+  Results results;
+  Measure(arguments[0], rounds, results);
+  if (json)
+    PrintJson(results);
+  else
+    Print(results);
+  return 0;
+}
