@@ -15,6 +15,7 @@
 #include "host/clean.h"
 #include "host/command_line.h"
 #include "host/failure.h"
+#include "host/import_jobs.h"
 #include "host/library.h"
 #include "host/shell.h"
 #include "host/verbs.h"
@@ -91,6 +92,11 @@ void AddImport(CLI::App& app, CommandLine& line) {
   command->add_option("--node", arguments->node,
                       "the node for a single file; one that exists gets a further class");
   command->add_flag("-r,--recursive", arguments->recursive, "look into the folders of folders");
+  command
+      ->add_option("-j,--jobs", arguments->jobs,
+                   "import this many files at a time, in processes of their own; the nodes are the "
+                   "same, in the same order")
+      ->check(CLI::Range(1u, kMostJobs));
   line.Chooses(command, [&line, arguments] { return Import(line.context, *arguments); });
 }
 

@@ -8,6 +8,7 @@
 
 #include "host/advice.h"
 #include "host/failure.h"
+#include "host/import_jobs.h"
 #include "host/paths.h"
 #include "host/sample_data.h"
 #include "host/sound_check.h"
@@ -107,8 +108,9 @@ void CheckRoom(Session& session, const Node& node, const std::string& path,
   }
 }
 
-// Imports one file (full path) and gives the name of its node.
-std::string ImportFile(Session& session, const std::string& path, const ImportOptions& options) {
+}  // namespace
+
+Node& ImportFile(Session& session, const std::string& path, const ImportOptions& options) {
   if (const std::optional<Refusal> refusal = CheckSoundFile(path)) {
     throw Failure(refusal->reason, refusal->advice);
   }
@@ -129,10 +131,8 @@ std::string ImportFile(Session& session, const std::string& path, const ImportOp
   if (target.wasMade() && session.root().undo().pushed() != steps) {
     session.root().undo().last().madeNode = true;
   }
-  return node.name();
+  return node;
 }
-
-}  // namespace
 
 std::vector<std::string> CollectSoundFiles(const std::vector<std::string>& arguments,
                                            bool recursive, const std::string& except) {
@@ -150,6 +150,7 @@ std::vector<std::string> CollectSoundFiles(const std::vector<std::string>& argum
 
 ImportResult ImportFiles(Session& session, const std::vector<std::string>& files,
                          const ImportOptions& options, const ImportStep& step) {
+  if (options.jobs > 1 && files.size() > 1) return ImportInParallel(session, files, options, step);
   ImportResult result;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (!step(i, files.size(), files[i])) {
@@ -157,7 +158,8 @@ ImportResult ImportFiles(Session& session, const std::vector<std::string>& files
       break;
     }
     try {
-      result.imported.push_back({files[i], ImportFile(session, FullPath(files[i]), options)});
+      result.imported.push_back(
+          {files[i], ImportFile(session, FullPath(files[i]), options).name()});
     } catch (const Failure& failure) {
       result.failures.push_back({files[i], failure.what(), failure.advice()});
     }

@@ -22,7 +22,8 @@ std::vector<std::string> CollectSoundFiles(const std::vector<std::string>& argum
 struct ImportOptions {
   std::string qualityClass;
   qz::uchar formatIndex = 0;
-  std::string node;  // empty: a new node named after the file
+  std::string node;   // empty: a new node named after the file
+  unsigned jobs = 1;  // worker processes; 1: this process imports by itself
 };
 
 struct Imported {
@@ -46,7 +47,11 @@ struct ImportResult {
 using ImportStep =
     std::function<bool(std::size_t number, std::size_t count, const std::string& file)>;
 
-// Imports the files. Saves nothing.
+// Imports one file (full path) and gives its node.
+Node& ImportFile(Session& session, const std::string& path, const ImportOptions& options);
+
+// Imports the files; nodes and results are in the order of the files, whatever the number of jobs.
+// Saves nothing.
 ImportResult ImportFiles(Session& session, const std::vector<std::string>& files,
                          const ImportOptions& options, const ImportStep& step);
 

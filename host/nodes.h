@@ -142,6 +142,9 @@ class Root final : public HDBRootInterface {
   // Gives a healthy or damaged node another name, which is free; can be undone.
   void Rename(Node& node, const std::string& name);
 
+  // Makes the coming of a node that a worker imported a step of its own, which takes it away again.
+  void NoteImported(Node& node, const std::string& description);
+
   // Takes the last step back, with those that are joined to it, and tells what it was. Failure
   // where it cannot be taken back now (the step stays) or where the library fails (it is gone).
   std::string Undo();

@@ -58,6 +58,17 @@ void Root::Rename(Node& node, const std::string& name) {
 
 // --- Undo ---
 
+void Root::NoteImported(Node& node, const std::string& description) {
+  UndoStep step;
+  step.record.description = description.c_str();
+  step.node = node.row_.id;
+  step.nodeName = node.row_.name;
+  step.madeNode = true;
+  step.cameWhole = true;
+  undo_.Push(step, *node.access_);
+  changed_ = true;
+}
+
 std::string Root::Undo() {
   if (undo_.empty()) throw Failure("There is nothing to undo.");
   // All of what goes back together is looked at before any of it goes.
@@ -131,7 +142,7 @@ bool Root::Revert(UndoStep& step) {
       TakeName(*node, onlyCase ? *step.renamedFrom : FreeName(*step.renamedFrom));
       return true;
     }
-    const bool done = node->access_->DoUndo(&step.record);
+    const bool done = step.cameWhole || node->access_->DoUndo(&step.record);
     node = FindById(step.node);
     if (node == nullptr) return done;
     node->checkInOvertaken = true;

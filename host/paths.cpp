@@ -81,6 +81,10 @@ std::string Expand(const std::string& folder, const qz::string& stored) {
   return Narrow(path);
 }
 
+std::string EncodedPathOf(const std::string& rawPath) {
+  return rawPath.substr(0, rawPath.rfind('.')) + ".esmp";
+}
+
 std::string LowerCase(const std::string& text) {
   std::string lower = text;
   std::transform(lower.begin(), lower.end(), lower.begin(), LowerAscii);

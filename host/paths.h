@@ -38,6 +38,9 @@ std::string NameOf(const std::string& path);
 std::string StemOf(const std::string& path);
 std::string ExtensionOf(const std::string& path);
 
+// The name of the encoded file beside a raw file.
+std::string EncodedPathOf(const std::string& rawPath);
+
 // The full, clean path of a name that is stored relative to `folder`.
 std::string Expand(const std::string& folder, const qz::string& stored);
 

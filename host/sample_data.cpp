@@ -25,10 +25,6 @@ constexpr std::uint64_t kFrameBytes = 8;
                 AdviceFor(static_cast<SDAccessInterface::SDError>(code)));
 }
 
-std::string EncodedPath(const std::string& rawPath) {
-  return rawPath.substr(0, rawPath.rfind('.')) + ".esmp";
-}
-
 bool IsPcm16(const SampleFacts& facts) {
   return facts.info.type == "PCM16";
 }
@@ -53,7 +49,7 @@ SampleFacts FactsOf(Session& session, Node& node, const std::string& qualityClas
   }
   facts.rawPath = Expand(session.folder(), facts.info.fileName);
   facts.rawBytes = FileSize(facts.rawPath);
-  facts.encodedBytes = FileSize(EncodedPath(facts.rawPath));
+  facts.encodedBytes = FileSize(EncodedPathOf(facts.rawPath));
   return facts;
 }
 

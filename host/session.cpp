@@ -11,6 +11,7 @@
 #include "diskio/diskio.h"
 #include "host/failure.h"
 #include "host/paths.h"
+#include "host/stored_node.h"
 
 namespace samplehost {
 
@@ -104,6 +105,16 @@ Session::Session(const std::string& libraryPath, const std::string& path)
 Session::~Session() {
   root_.set_shutdown(!setupRunsAhead_);
   root_.Release();
+  if (!setupRunsAhead_) DropHandedOver();
+}
+
+// The library takes what it loads for saved. It is not, and nothing else refers to it.
+void Session::DropHandedOver() {
+  for (const std::string& raw : handedOver_) {
+    DIOFile::Delete(raw.c_str());
+    DIOFile::Delete(EncodedPathOf(raw).c_str());
+    DIOFile::Delete(FolderOf(raw).c_str());  // succeeds with the folder's last file
+  }
 }
 
 void Session::Create(const std::string& libraryPath, const NewDatabase& wanted) {
@@ -178,6 +189,7 @@ void Session::Save() {
     throw;
   }
   root_.deletedIds.clear();
+  handedOver_.clear();
   setupRunsAhead_ = false;
   root_.set_changed(false);
 }
@@ -218,11 +230,41 @@ void Session::SaveNode(Node& node) {
   node.stored = stream.bytes();
 }
 
+MemoryStream::Bytes Session::PayloadOf(Node& node) {
+  MemoryStream stream;
+  if (!node.GetTypeInterface()->Save(&stream, nullptr) || !stream.Finish()) {
+    throw Failure(node.LastError());
+  }
+  return stream.bytes();
+}
+
 // --- Changing ------------------------------------------------------------------------------------
 
 Node& Session::AddNode(const std::string& name) {
   Node& node = root_.Add(NodeKind::kSample, {nextId_, kRootId, kSampleKind, name, false, {}});
   ++nextId_;
+  return node;
+}
+
+Node& Session::AddImported(const std::string& name, const MemoryStream::Bytes& payload,
+                           const std::string& description) {
+  const auto samples = ReadStoredSamples(payload);
+  if (!samples) throw Failure("What the worker sent cannot be read");
+  for (const StoredSample& sample : *samples)
+    handedOver_.push_back(Expand(folder_, sample.fileName.c_str()));
+  Node& node = AddNode(name);
+  try {
+    const std::string reason = node.damaged() ? node.damage() : LoadFailure(node, payload);
+    if (!reason.empty()) throw Failure(reason);
+    RequireRoomForClasses(node);
+    root_.NoteImported(node, description);
+  } catch (...) {
+    root_.DisableUndo();
+    root_.DeleteNode(&node);
+    root_.EnableUndo();
+    throw;
+  }
+  root_.RecountClasses(node);
   return node;
 }
 

@@ -49,6 +49,13 @@ class Session {
 
   // A new, empty sample node that is not saved yet. `name` is free.
   Node& AddNode(const std::string& name);
+  // A new node from the payload of a node that a worker process imported, with the worker's
+  // description of that step. Its files are ours from here on, and go where no save covers them.
+  // `name` is free.
+  Node& AddImported(const std::string& name, const MemoryStream::Bytes& payload,
+                    const std::string& description);
+  // What the node's Save writes.
+  static MemoryStream::Bytes PayloadOf(Node& node);
   // The node of that name, healthy or damaged; Failure where there is none.
   Node& Require(const std::string& name);
   // As Require; Failure for a damaged one too.
@@ -94,10 +101,12 @@ class Session {
   void SaveSetup();
   void SaveNode(Node& node);
   void ForgetWritten();
+  void DropHandedOver();
   void MakeTree();
   struct SetupState;
   SetupState ReadSetup() const;
   void RestoreSetup(const SetupState& state);
+  void RequireRoomForClasses(Node& source) const;
   Node& CopyInto(const std::string& name, Node& source);
 
   std::string path_;
@@ -106,6 +115,7 @@ class Session {
   Database database_;
   Root root_;
   std::int64_t nextId_ = 1;
+  std::vector<std::string> handedOver_;  // full paths of raw files of workers; no save covers them
   bool setupRunsAhead_ = false;  // the setup's save stands, and no whole save behind it does
 };
 

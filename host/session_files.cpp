@@ -62,8 +62,7 @@ std::string Session::Undo() {
 
 // --- Copies and sample node files ---
 
-// `source` need not be in the tree.
-Node& Session::CopyInto(const std::string& name, Node& source) {
+void Session::RequireRoomForClasses(Node& source) const {
   for (const qz::string& quality : source.sample().GetQualityClasses()) {
     if (!setup().ProbeQualityClass(quality)) {
       throw Failure(fmt::format("Class \"{}\" does not exist here.", Narrow(quality)),
@@ -74,6 +73,11 @@ Node& Session::CopyInto(const std::string& name, Node& source) {
           fmt::format("Class \"{}\" has as many samples as it can count.", Narrow(quality)));
     }
   }
+}
+
+// `source` need not be in the tree.
+Node& Session::CopyInto(const std::string& name, Node& source) {
+  RequireRoomForClasses(source);
   Node& node = AddNode(name);
   if (node.damaged() || !node.GetTypeInterface()->Copy(&source)) {
     const std::string why = node.LastError();

@@ -26,8 +26,9 @@ struct UndoStep {
   std::vector<std::string> classes;  // that the node had before the step
   std::optional<NodeRow> deleted;    // the step deleted the node, which was this
   std::optional<std::string> renamedFrom;
-  bool madeNode = false;  // the node was made for this step and goes with it
-  bool joined = false;    // goes back together with the step before it
+  bool madeNode = false;   // the node was made for this step and goes with it
+  bool cameWhole = false;  // a worker imported the node: the library has no part in the step
+  bool joined = false;     // goes back together with the step before it
 };
 
 class UndoList {

@@ -215,7 +215,7 @@ int Import(const Context& context, const ImportArguments& arguments) {
   const std::vector<std::string> files =
       CollectSoundFiles(arguments.files, arguments.recursive, NativePath(session.SampleFolder()));
   const ImportOptions options{arguments.qualityClass, FormatIndex(session, arguments.format),
-                              arguments.node};
+                              arguments.node, arguments.jobs};
   CheckImport(session, arguments, files.size());
   if (session.root().settings().onlyDefault) {
     context.err << "note: this database takes its default type only; --format has no say.\n";

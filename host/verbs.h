@@ -64,6 +64,7 @@ struct ImportArguments {
   std::string format;
   std::string node;
   bool recursive = false;
+  unsigned jobs = 1;
 };
 int Import(const Context& context, const ImportArguments& arguments);
 

@@ -61,7 +61,7 @@ class SampleCheck {
               std::vector<Finding>& findings)
       : node_(node), sample_(sample), findings_(findings) {
     rawPath_ = Expand(folder, sample.fileName.c_str());
-    encodedPath_ = rawPath_.substr(0, rawPath_.rfind('.')) + ".esmp";
+    encodedPath_ = EncodedPathOf(rawPath_);
   }
 
   void Run() {
