@@ -1,6 +1,7 @@
 // Drives, and the way between paths in our notation and native ones.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -24,10 +25,6 @@ std::size_t DriveIndex(char letter) {
   if (letter >= 'A' && letter <= 'Z') return static_cast<std::size_t>(letter - 'A');
   return kNumDrives;
 }
-
-// No name may hold these: the first four are our notation's own, the others stand for wildcards in
-// masks, and the calls refuse them as Windows does.
-constexpr std::string_view kNoNameHolds = "\\:*?\"<>|";
 
 bool IsFolder(const std::string& native) {
   struct stat facts;
@@ -99,8 +96,17 @@ bool ToNative(const std::string& path, std::string& native) {
 namespace posix {
 
 bool NameIsCarried(std::string_view name) {
-  return !name.empty() && name.find_first_of(kNoNameHolds) == std::string_view::npos &&
-         name.back() != '.' && name.back() != ' ';
+  return !name.empty() && name.find('\\') == std::string_view::npos &&
+         !HoldsForbidden(name, false) && name.back() != '.' && name.back() != ' ';
+}
+
+// Wildcards, what stands for them in masks, and what does not survive as text (a line feed becomes
+// two characters on its way through a stream): the calls refuse them as Windows does.
+bool HoldsForbidden(std::string_view text, bool isMask) {
+  return std::any_of(text.begin(), text.end(), [isMask](char c) {
+    const bool isControl = static_cast<unsigned char>(c) < 0x20;
+    return isControl || std::strchr(isMask ? ":\"<>|" : ":\"<>|*?", c) != nullptr;
+  });
 }
 
 bool NotationOf(const std::string& native, std::string& path, std::string& why) {
@@ -131,7 +137,8 @@ bool NotationOf(const std::string& native, std::string& path, std::string& why) 
     const std::string_view name = std::string_view(native).substr(at, end - at);
     if (!NameIsCarried(name)) {
       why = "The name '" + std::string(name) +
-            "' cannot be used: it holds one of \\ : * ? \" < > | or ends in a dot or a blank.";
+            "' cannot be used: it holds one of \\ : * ? \" < > | or a control character, or ends "
+            "in a dot or a blank.";
       return false;
     }
     text += '\\';
@@ -169,10 +176,7 @@ DWORD ParseFull(const std::string& full, Path& path, std::string* mask) {
     *mask = names.substr(cut == std::string_view::npos ? 0 : cut + 1);
     names = names.substr(0, cut == std::string_view::npos ? 0 : cut);
   }
-  // Separators aside, nothing of the set can be part of a name.
-  if (names.find_first_of(kNoNameHolds.substr(1)) != std::string_view::npos) {
-    return ERROR_INVALID_NAME;
-  }
+  if (HoldsForbidden(names, false)) return ERROR_INVALID_NAME;
   const std::size_t drive = DriveIndex(full[0]);
   if (drive == kNumDrives || mounts[drive] == nullptr) return ERROR_PATH_NOT_FOUND;
   path.native = mounts[drive];

@@ -178,7 +178,7 @@ DWORD OpenSearch(LPCSTR text, Search& search) {
   // A folder's content is asked for with a mask; a drive, or a folder with a separator behind it,
   // is no entry of anything.
   if (folder.folderForm || mask.empty() || given.back() == ':') return ERROR_FILE_NOT_FOUND;
-  if (mask.find_first_of(":\"<>|") != std::string::npos) return ERROR_INVALID_NAME;
+  if (HoldsForbidden(mask, true)) return ERROR_INVALID_NAME;
 
   if (!hasWildcards) {
     Path entry;

@@ -15,8 +15,8 @@ void MountDrive(char letter, const std::string& folder);
 // The full path in our notation of a native path, relative ones taken from the current directory:
 // "/home/a/b.wav" gives "C:\home\a\b.wav"; of several drives that hold it, the deepest is taken.
 // "." and ".." are resolved as text. False, with the reason as a sentence in `why`, for names that
-// the calls refuse (a backslash, a colon, one of * ? " < > |, a trailing dot or blank in a
-// component), for paths on no drive and for paths of 260 bytes or more.
+// the calls refuse (a backslash, a colon, one of * ? " < > |, a control character, a trailing dot
+// or blank in a component), for paths on no drive and for paths of 260 bytes or more.
 bool FromNative(const std::string& native, std::string& path, std::string& why);
 
 // The native path that the layer uses for `path`, each component found without case as the calls

@@ -131,6 +131,10 @@ bool FindSpelling(const std::string& folder, std::string_view name, std::string&
 // False for a name that a path in our notation cannot reach.
 bool NameIsCarried(std::string_view name);
 
+// Whether a character stands in `text` that no name may hold, separators aside. Wildcards are such
+// characters but in a mask.
+bool HoldsForbidden(std::string_view text, bool isMask);
+
 // The path in our notation of an absolute native one without dot components.
 bool NotationOf(const std::string& native, std::string& path, std::string& why);
 

@@ -130,7 +130,7 @@ TEST_F(Names, MasksFollowTheRulesOfOldNames) {
 }
 
 TEST_F(Names, ThatNoPathCanReachAreNotListed) {
-  for (const char* name : {"good", "a\\b", "a:b", "what?", "dot.", "blank "})
+  for (const char* name : {"good", "a\\b", "a:b", "what?", "dot.", "blank ", "line\nfeed"})
     Put(name, "");
   EXPECT_EQ(Find("T:\\*"), (List{"good"}));
 }
@@ -149,7 +149,7 @@ TEST_F(Names, NativePathsTurnBackAndForth) {
   EXPECT_TRUE(platform::FromNative("some.wav", path, why));
   EXPECT_EQ(GetFileAttributesA((path + "\\..").c_str()), FILE_ATTRIBUTE_DIRECTORY);
 
-  for (const char* name : {"a\\b", "c:d", "e*", "f?", "g.", "h ", "i./j", "k|"}) {
+  for (const char* name : {"a\\b", "c:d", "e*", "f?", "g.", "h ", "i./j", "k|", "l\nm"}) {
     why.clear();
     EXPECT_FALSE(platform::FromNative(root_ + '/' + name, path, why)) << name;
     EXPECT_FALSE(why.empty()) << name;
