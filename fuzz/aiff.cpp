@@ -1,0 +1,11 @@
+// AIFF files: bytes, and one that chooses a failing allocation.
+#include "audio/AIFF_reader.h"
+#include "fuzz/sounds.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const fuzz::Faults faults(input.TakeByte());
+  fuzz::Sound sound;
+  fuzz::ReadSound({aiff_IsValid, aiff_ReadWave}, input.Bytes(), sound);
+  return 0;
+}
