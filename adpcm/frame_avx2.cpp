@@ -17,17 +17,20 @@ struct Exponent {
 };
 
 struct Walk {
-  Lanes previous, earlierTerm;
+  Lanes near, far,
+      next;  // terms of prediction: sample before, the one before it; next sample's far
   Lanes error, most, least;
+  Lanes last;  // the last two samples
 };
 
 struct Trace {
   alignas(32) int restored[kFrameSize / 2][8];
-  alignas(32) int quantum[kFrameSize][8];
+  alignas(32) int quantum[kFrameSize / 2][8];  // of exponent 0, two samples in each lane
 };
 
 struct Table {
-  Lanes pair, previous, earlier;
+  Lanes pair, previous, earlier, earlierOfHigh;
+  Lanes plus[2], minus[2];  // both coefficients as 32 bits, and negated
 };
 
 inline Lanes Set(int value) {
@@ -49,58 +52,78 @@ inline Lanes SelectBySign(Lanes no, Lanes yes, Lanes sign) {
                                               _mm256_castsi256_ps(sign)));
 }
 
+inline Lanes Fixed(Lanes value) {
+  __asm__("" : "+x"(value));
+  return value;
+}
+
 inline bool Any(Lanes mask) {
   return !_mm256_testz_si256(mask, mask);
 }
 
-inline Exponent MakeExponent(Lanes unit) {
+inline Exponent MakeExponent(Lanes eight) {
   Exponent e;
-  e.unit = unit;
-  const Lanes eight = _mm256_slli_epi32(unit, 3);
-  e.mask = _mm256_sub_epi32(_mm256_setzero_si256(), unit);
-  e.top = _mm256_sub_epi32(eight, unit);
-  e.bottom = _mm256_sub_epi32(_mm256_setzero_si256(), eight);
-  e.half = _mm256_max_epi32(_mm256_sub_epi32(_mm256_srli_epi32(unit, 1), Set(2048)),
-                            _mm256_setzero_si256());
-  e.halfNegative = _mm256_sub_epi32(_mm256_min_epi32(unit, Set(4096)), Set(1));
+  const Lanes zero = _mm256_setzero_si256();
+  e.unit = _mm256_srli_epi32(eight, 3);
+  e.mask = _mm256_sub_epi32(zero, e.unit);
+  e.top = _mm256_sub_epi32(eight, e.unit);
+  e.bottom = _mm256_sub_epi32(zero, eight);
+  e.half = _mm256_max_epi32(_mm256_sub_epi32(_mm256_srli_epi32(eight, 4), Set(2048)), zero);
+  e.halfNegative = _mm256_sub_epi32(_mm256_min_epi32(e.unit, Set(4096)), Set(1));
   return e;
 }
 
-template <bool kClamp>
-inline Lanes Step(Walk& w, const Exponent& e, const Table& table, Lanes in, int* quantum) {
-  const Lanes forward = _mm256_add_epi32(w.earlierTerm, Set(1024));
-  const Lanes rest = _mm256_sub_epi32(_mm256_add_epi32(in, e.half), w.earlierTerm);
-  const Lanes restNegative = _mm256_add_epi32(rest, e.halfNegative);
-  w.earlierTerm = _mm256_madd_epi16(w.previous, table.earlier);
+// The first in the low half of each lane.
+inline Lanes Pair(Lanes first, Lanes second) {
+  return _mm256_blend_epi16(first, _mm256_slli_epi32(second, 16), 0xAA);
+}
 
-  const Lanes previousTerm = _mm256_madd_epi16(w.previous, table.previous);
-  const Lanes up = _mm256_sub_epi32(rest, previousTerm);
-  const Lanes down = _mm256_sub_epi32(restNegative, previousTerm);
-  const Lanes predicted = _mm256_add_epi32(forward, previousTerm);
+template <bool kClamp>
+inline Lanes Step(Walk& w, const Exponent& e, const Table& table, Lanes in, Lanes& q) {
+  const Lanes far = Fixed(_mm256_add_epi32(w.far, Set(1024)));
+  const Lanes rest = Fixed(_mm256_sub_epi32(_mm256_add_epi32(in, e.half), w.far));
+  const Lanes restNegative = Fixed(_mm256_add_epi32(rest, e.halfNegative));
+
+  const Lanes up = _mm256_sub_epi32(rest, w.near);
+  const Lanes down = _mm256_sub_epi32(restNegative, w.near);
+  const Lanes predicted = Fixed(_mm256_add_epi32(far, w.near));
   w.most = _mm256_max_epi32(w.most, up);
   w.least = _mm256_min_epi32(w.least, down);
-  const Lanes q = SelectBySign(_mm256_min_epi32(_mm256_and_si256(up, e.mask), e.top),
-                               _mm256_max_epi32(_mm256_and_si256(down, e.mask), e.bottom), up);
-  _mm256_store_si256(reinterpret_cast<Lanes*>(quantum), q);
+  q = SelectBySign(_mm256_min_epi32(_mm256_and_si256(up, e.mask), e.top),
+                   _mm256_max_epi32(_mm256_and_si256(down, e.mask), e.bottom), up);
   Lanes sum = _mm256_add_epi32(predicted, q);
   if (kClamp) {
     sum = _mm256_min_epi32(sum, Set((1 << 26) - 1));
     sum = _mm256_max_epi32(sum, Set(-(1 << 26)));
   }
-  w.previous = _mm256_srai_epi32(sum, 11);
-  return w.previous;
+  const Lanes restored = _mm256_srai_epi32(sum, 11);
+  w.near = _mm256_madd_epi16(restored, table.previous);
+  w.far = w.next;
+  w.next = _mm256_madd_epi16(restored, table.earlier);
+  return restored;
 }
 
 template <bool kClamp>
 inline void AddError(Walk& w, Lanes input, Lanes first, Lanes second, int* restored) {
-  const Lanes both = _mm256_blend_epi16(first, _mm256_slli_epi32(second, 16), 0xAA);
-  _mm256_store_si256(reinterpret_cast<Lanes*>(restored), both);
-  Lanes difference = _mm256_subs_epi16(input, both);
+  w.last = Pair(first, second);
+  _mm256_store_si256(reinterpret_cast<Lanes*>(restored), w.last);
+  Lanes difference = _mm256_subs_epi16(input, w.last);
   if (kClamp) {
     difference = _mm256_min_epi16(difference, _mm256_set1_epi16(kMaxError));
     difference = _mm256_max_epi16(difference, _mm256_set1_epi16(-kMaxError));
   }
   w.error = _mm256_add_epi32(w.error, _mm256_madd_epi16(difference, difference));
+}
+
+template <bool kClamp>
+inline void TwoSteps(Walk& w, const Exponent& e, const Table& table, Lanes in0, Lanes in1,
+                     Lanes both, Trace& trace, int m) {
+  Lanes q0, q1;
+  const Lanes first = Step<kClamp>(w, e, table, in0, q0);
+  const Lanes second = Step<kClamp>(w, e, table, in1, q1);
+  _mm256_store_si256(reinterpret_cast<Lanes*>(trace.quantum[m]),
+                     _mm256_blend_epi16(_mm256_srli_epi32(q0, 11), _mm256_slli_epi32(q1, 5), 0xAA));
+  AddError<kClamp>(w, both, first, second, trace.restored[m]);
 }
 
 template <bool kClamp>
@@ -110,24 +133,19 @@ inline void Passes(Walk& a, Walk& b, const Exponent& ea, const Exponent& eb, con
     const Lanes in0 = Broadcast(scaled + 2 * m);
     const Lanes in1 = Broadcast(scaled + 2 * m + 1);
     const Lanes both = Broadcast(input + 2 * m);
-    const Lanes a0 = Step<kClamp>(a, ea, table, in0, trace[0].quantum[2 * m]);
-    const Lanes b0 = Step<kClamp>(b, eb, table, in0, trace[1].quantum[2 * m]);
-    const Lanes a1 = Step<kClamp>(a, ea, table, in1, trace[0].quantum[2 * m + 1]);
-    const Lanes b1 = Step<kClamp>(b, eb, table, in1, trace[1].quantum[2 * m + 1]);
-    AddError<kClamp>(a, both, a0, a1, trace[0].restored[m]);
-    AddError<kClamp>(b, both, b0, b1, trace[1].restored[m]);
+    TwoSteps<kClamp>(a, ea, table, in0, in1, both, trace[0], m);
+    TwoSteps<kClamp>(b, eb, table, in0, in1, both, trace[1], m);
   }
 }
 
 struct Best {
-  Lanes error, open, slot, exponent, previous, earlier, inexact;
+  Lanes key, open, slot, unit, last, inexact;
 };
 
 inline Lanes ClippedTooMuch(const Walk& w, const Exponent& e) {
-  const Lanes nine = _mm256_add_epi32(_mm256_slli_epi32(e.unit, 3), e.unit);
-  return _mm256_or_si256(
-      _mm256_cmpgt_epi32(w.most, _mm256_sub_epi32(nine, Set(1))),
-      _mm256_cmpgt_epi32(_mm256_sub_epi32(_mm256_setzero_si256(), nine), w.least));
+  const Lanes nine = _mm256_sub_epi32(e.unit, e.bottom);
+  return _mm256_or_si256(_mm256_cmpgt_epi32(w.most, _mm256_sub_epi32(nine, Set(1))),
+                         _mm256_cmpgt_epi32(_mm256_sub_epi32(e.bottom, e.unit), w.least));
 }
 
 inline Lanes SkipsExponents(const Walk& w, const Exponent& e) {
@@ -137,7 +155,6 @@ inline Lanes SkipsExponents(const Walk& w, const Exponent& e) {
       _mm256_cmpgt_epi32(_mm256_sub_epi32(_mm256_setzero_si256(), limit), w.least));
 }
 
-// Whether some walk may have left 16 bits
 inline Lanes MayLeaveRange(const Walk& w, const Exponent& e, Lanes room) {
   const Lanes over =
       _mm256_max_epi32(_mm256_sub_epi32(w.most, e.top), _mm256_sub_epi32(e.bottom, w.least));
@@ -147,54 +164,55 @@ inline Lanes MayLeaveRange(const Walk& w, const Exponent& e, Lanes room) {
 enum class Outcome { kDone, kLeftRange, kNotCovered };
 
 template <bool kClamp>
-inline Outcome EncodeRows(Lanes unit, Lanes previous, Lanes earlierTerm, Lanes room,
-                          const Table& table, const short* input, const int* scaled, Trace* trace,
-                          Best& best) {
+inline Outcome EncodeRows(Lanes eight, const Walk& start, Lanes room, const Table& table,
+                          const short* input, const int* scaled, Trace* trace, Best& best) {
   const Lanes highest = Set(2048 << 12);
+  const Lanes rowNumber = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
   best.open = Set(-1);
   for (int pass = 0; pass < kMaxPasses; ++pass, trace += 2) {
-    const Exponent ea = MakeExponent(unit);
-    const Lanes nextUnit = _mm256_add_epi32(unit, unit);
-    const Exponent eb = MakeExponent(nextUnit);
-    if (!kClamp && Any(_mm256_cmpgt_epi32(nextUnit, room))) return Outcome::kLeftRange;
-    const Lanes zero = _mm256_setzero_si256();
-    Walk a = {previous, earlierTerm, zero, zero, zero};
+    const Exponent ea = MakeExponent(eight);
+    const Exponent eb = MakeExponent(_mm256_add_epi32(eight, eight));
+    if (!kClamp && Any(_mm256_cmpgt_epi32(eb.unit, room))) return Outcome::kLeftRange;
+    Walk a = start;
+    a.error = _mm256_setzero_si256();
     Walk b = a;
     Passes<kClamp>(a, b, ea, eb, table, input, scaled, trace);
-    if (!kClamp) {
-      if (Any(_mm256_and_si256(
-              best.open, _mm256_or_si256(MayLeaveRange(a, ea, room), MayLeaveRange(b, eb, room)))))
-        return Outcome::kLeftRange;
-    }
     const Lanes clippedA = ClippedTooMuch(a, ea);
     const Lanes clippedB = ClippedTooMuch(b, eb);
     const Lanes lastA = _mm256_cmpeq_epi32(ea.unit, highest);
     const Lanes lastB = _mm256_cmpeq_epi32(eb.unit, highest);
     const Lanes openA = _mm256_andnot_si256(lastA, clippedA);
     const Lanes openB = _mm256_and_si256(openA, _mm256_andnot_si256(lastB, clippedB));
-    const Lanes inexact =
-        Select(_mm256_and_si256(clippedA, lastA), _mm256_and_si256(clippedB, lastB), openA);
-    if (!kClamp && Any(_mm256_and_si256(inexact, best.open))) return Outcome::kLeftRange;
+    if (!kClamp &&
+        Any(_mm256_and_si256(best.open,
+                             _mm256_or_si256(MayLeaveRange(a, ea, room),
+                                             _mm256_and_si256(openA, MayLeaveRange(b, eb, room))))))
+      return Outcome::kLeftRange;
     const Lanes skips = _mm256_or_si256(_mm256_and_si256(openA, SkipsExponents(a, ea)),
                                         _mm256_and_si256(openB, SkipsExponents(b, eb)));
     if (Any(_mm256_and_si256(skips, best.open))) return Outcome::kNotCovered;
-    const Lanes error = Select(a.error, b.error, openA);
-    const Lanes slot = _mm256_sub_epi32(Set(2 * pass), openA);
-    const Lanes last = Select(a.previous, b.previous, openA);
-    const Lanes chosenUnit = Select(unit, nextUnit, openA);
+    Best found;
+    found.key = Select(a.error, b.error, openA);
+    found.key = _mm256_or_si256(_mm256_slli_epi32(found.key, 3), rowNumber);
+    found.slot = _mm256_sub_epi32(Set(2 * pass), openA);
+    found.last = Select(a.last, b.last, openA);
+    found.unit = Select(ea.unit, eb.unit, openA);
+    found.inexact =
+        Select(_mm256_and_si256(clippedA, lastA), _mm256_and_si256(clippedB, lastB), openA);
+    found.open = openB;
     if (pass == 0) {
-      best = {error, openB, slot, chosenUnit, last, zero, inexact};
+      best = found;
     } else {
-      best.error = Select(best.error, error, best.open);
-      best.slot = Select(best.slot, slot, best.open);
-      best.previous = Select(best.previous, last, best.open);
-      best.exponent = Select(best.exponent, chosenUnit, best.open);
-      best.inexact = Select(best.inexact, inexact, best.open);
+      best.key = Select(best.key, found.key, best.open);
+      best.slot = Select(best.slot, found.slot, best.open);
+      best.last = Select(best.last, found.last, best.open);
+      best.unit = Select(best.unit, found.unit, best.open);
+      best.inexact = Select(best.inexact, found.inexact, best.open);
       best.open = _mm256_and_si256(best.open, openB);
     }
     if (!Any(best.open)) return Outcome::kDone;
     // Lanes that are done go on beside the others, at exponents that stay in range.
-    unit = Select(unit, _mm256_slli_epi32(unit, 2), best.open);
+    eight = Select(eight, _mm256_slli_epi32(eight, 2), best.open);
   }
   return Outcome::kNotCovered;
 }
@@ -206,31 +224,237 @@ inline Lanes Smallest(Lanes v) {
   return _mm256_min_epu32(v, _mm256_shuffle_epi32(v, 0xB1));
 }
 
-inline Lanes FirstExponentOf(__m256 magnitude) {
-  const Lanes biased = _mm256_srli_epi32(_mm256_castps_si256(magnitude), 23);
-  return _mm256_max_epi32(_mm256_sub_epi32(biased, Set(127 + 3)), _mm256_setzero_si256());
-}
-
 struct OpenLoop {
   Lanes most, least;
 };
 
-inline void Include(OpenLoop& o, Lanes in, Lanes predicted) {
+inline Lanes OpenLoopResidual(Lanes in, Lanes predicted) {
   const Lanes x = _mm256_sub_epi32(in, predicted);
-  const Lanes rounded = SelectBySign(_mm256_add_epi32(x, Set(2047)), x, predicted);
-  o.most = _mm256_max_epi32(o.most, rounded);
-  o.least = _mm256_min_epi32(o.least, rounded);
+  return SelectBySign(_mm256_add_epi32(x, Set(2047)), x, predicted);
 }
 
-struct History {
-  Lanes previous, earlier;  // in every lane
+inline void Include(OpenLoop& o, Lanes residual) {
+  o.most = _mm256_max_epi32(o.most, residual);
+  o.least = _mm256_min_epi32(o.least, residual);
+}
+
+int ExactBest(const Trace* trace, const int* slots, const short* input) {
+  int best = 0;
+  long long least = 0;
+  for (int row = 0; row < 8; ++row) {
+    long long error = 0;
+    for (int m = 0; m < kFrameSize; ++m) {
+      short restored;
+      __builtin_memcpy(
+          &restored,
+          reinterpret_cast<const short*>(&trace[slots[row]].restored[m / 2][row]) + m % 2, 2);
+      const long long e = input[m] - restored;
+      error += e * e;
+    }
+    if (row == 0 || error < least) {
+      least = error;
+      best = row;
+    }
+  }
+  return best;
+}
+
+// What the input alone tells of a frame.
+struct Input {
+  alignas(32) int scaled[16];
+  OpenLoop openLoop;  // but of the first two samples
+  Lanes second;
+  Lanes room;
+  bool quiet;
 };
+
+inline bool IsLoud(const OpenLoop& o) {
+  return Any(_mm256_or_si256(_mm256_cmpgt_epi32(o.most, Set(16 * 2048 - 1)),
+                             _mm256_cmpgt_epi32(Set(-17 * 2048), o.least)));
+}
+
+inline void Prepare(const short* input, const Table& table, Input& frame) {
+  const __m128i front = _mm_loadu_si128(reinterpret_cast<const __m128i*>(input));
+  const __m128i back = _mm_loadu_si128(reinterpret_cast<const __m128i*>(input + 6));
+  _mm256_storeu_si256(reinterpret_cast<Lanes*>(frame.scaled),
+                      _mm256_slli_epi32(_mm256_cvtepi16_epi32(front), 11));
+  _mm256_storeu_si256(reinterpret_cast<Lanes*>(frame.scaled + 6),
+                      _mm256_slli_epi32(_mm256_cvtepi16_epi32(back), 11));
+  const __m128i loudest = _mm_minpos_epu16(
+      _mm_xor_si128(_mm_max_epu16(_mm_abs_epi16(front), _mm_abs_epi16(back)), _mm_set1_epi16(-1)));
+  const int peak = 0xFFFF - (_mm_cvtsi128_si32(loudest) & 0xFFFF);
+  const int headroom = (32766 - peak) * 2048;
+  frame.room = Set(headroom < 4095 * 2048 ? headroom : 4095 * 2048);
+  frame.openLoop = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  for (int t = 2; t < kFrameSize; ++t) {
+    Include(frame.openLoop,
+            OpenLoopResidual(Broadcast(frame.scaled + t),
+                             _mm256_madd_epi16(Broadcast(input + t - 2), table.pair)));
+  }
+  frame.second = _mm256_madd_epi16(Set(input[0]), table.previous);
+  frame.quiet = headroom >= 0 &&
+                !Any(_mm256_or_si256(_mm256_cmpgt_epi32(frame.openLoop.most, Set(7 * 2048)),
+                                     _mm256_cmpgt_epi32(Set(-8 * 2048), frame.openLoop.least)));
+}
+
+inline Lanes Start(const short* input, const Table& table, Lanes history, const Input& frame,
+                   Walk& start) {
+  const Lanes zero = _mm256_setzero_si256();
+  start.near = Fixed(_mm256_madd_epi16(history, table.pair));
+  start.far = zero;
+  start.next = Fixed(_mm256_madd_epi16(history, table.earlierOfHigh));
+  start.most = start.least = start.last = start.error = zero;
+  const Lanes second =
+      OpenLoopResidual(Broadcast(frame.scaled + 1), _mm256_add_epi32(frame.second, start.next));
+  const Lanes first = OpenLoopResidual(Broadcast(frame.scaled), start.near);
+  OpenLoop o = frame.openLoop;
+  Include(o, second);
+  Include(o, first);
+  const Lanes positive = _mm256_and_si256(o.most, Set(-2048));
+  const Lanes negative = _mm256_sub_epi32(zero, _mm256_and_si256(o.least, Set(-2048)));
+  const Lanes bits = _mm256_castps_si256(_mm256_cvtepi32_ps(_mm256_max_epi32(positive, negative)));
+  Lanes sign = _mm256_cmpgt_epi32(negative, positive);
+  const Lanes unclear =
+      _mm256_and_si256(_mm256_and_si256(_mm256_cmpeq_epi32(negative, positive),
+                                        _mm256_cmpgt_epi32(negative, Set(16 * 2048 - 1))),
+                       _mm256_cmpeq_epi32(_mm256_and_si256(bits, Set(0x700000)), zero));
+  if (__builtin_expect(Any(unclear), 0)) {
+    Lanes largest = zero;
+    for (int t = 0; t < kFrameSize; ++t) {
+      const Lanes residual =
+          t == 0   ? first
+          : t == 1 ? second
+                   : OpenLoopResidual(Broadcast(frame.scaled + t),
+                                      _mm256_madd_epi16(Broadcast(input + t - 2), table.pair));
+      const Lanes whole = _mm256_and_si256(residual, Set(-2048));
+      largest = Select(largest, whole,
+                       _mm256_cmpgt_epi32(_mm256_abs_epi32(whole), _mm256_abs_epi32(largest)));
+    }
+    sign = _mm256_srai_epi32(largest, 31);
+  }
+  const Lanes power = _mm256_and_si256(
+      _mm256_sub_epi32(bits, _mm256_and_si256(sign, Set(0x100000))), Set(0x7F800000));
+  const Lanes bounded =
+      _mm256_min_epi32(_mm256_max_epi32(power, Set((127 + 14) << 23)), Set((127 + 25) << 23));
+  return _mm256_cvttps_epi32(_mm256_castsi256_ps(bounded));
+}
+
+struct QuietTrace {
+  alignas(32) int scaledResidual[kFrameSize / 2][8];
+};
+
+struct Quiet {
+  Lanes near, far, next, changed, most, least;
+};
+
+// near, far: what the errors of the two samples before contribute
+inline Lanes QuietStep(Quiet& w, const Table& table, Lanes open, Lanes& x) {
+  const Lanes rest = Fixed(_mm256_add_epi32(open, w.far));
+  const Lanes restLess1 = Fixed(_mm256_sub_epi32(rest, Set(1)));
+  x = Fixed(_mm256_add_epi32(rest, w.near));
+  const Lanes xLess1 = Fixed(_mm256_add_epi32(restLess1, w.near));
+  w.most = _mm256_max_epi32(w.most, x);
+  w.least = _mm256_min_epi32(w.least, x);
+  const Lanes below = _mm256_cmpgt_epi32(_mm256_and_si256(x, Set(2047)), Set(1024));
+  const Lanes above = _mm256_cmpgt_epi32(Set(1024), _mm256_and_si256(xLess1, Set(2047)));
+  const Lanes off = SelectBySign(below, above, x);
+  w.changed = _mm256_sub_epi32(w.changed, off);
+  w.near = _mm256_and_si256(off, SelectBySign(table.plus[0], table.minus[0], x));
+  w.far = w.next;
+  w.next = _mm256_and_si256(off, SelectBySign(table.plus[1], table.minus[1], x));
+  return _mm256_and_si256(off, _mm256_or_si256(_mm256_srai_epi32(x, 31), Set(1)));
+}
+
+inline Lanes QuietOpen(const Input& frame, const short* input, const Table& table, int t) {
+  return _mm256_sub_epi32(Broadcast(frame.scaled + t),
+                          _mm256_madd_epi16(Broadcast(input + t - 2), table.pair));
+}
+
+inline bool EncodeQuiet(const Walk& start, const Input& frame, const short* input,
+                        const Table& table, QuietTrace& trace, Lanes& key, Lanes& last) {
+  const Lanes zero = _mm256_setzero_si256();
+  Quiet w = {zero, zero, zero, zero, zero, zero};
+  const Lanes first = _mm256_sub_epi32(Broadcast(frame.scaled), start.near);
+  const Lanes secondPrediction = _mm256_add_epi32(frame.second, start.next);
+  const Lanes second = _mm256_sub_epi32(Broadcast(frame.scaled + 1), secondPrediction);
+  Lanes before, off;
+  for (int m = 0; m < kFrameSize / 2; ++m) {
+    const Lanes open0 = m == 0 ? first : QuietOpen(frame, input, table, 2 * m);
+    const Lanes open1 = m == 0 ? second : QuietOpen(frame, input, table, 2 * m + 1);
+    Lanes x0, x1;
+    before = QuietStep(w, table, open0, x0);
+    off = QuietStep(w, table, open1, x1);
+    _mm256_store_si256(reinterpret_cast<Lanes*>(trace.scaledResidual[m]), Pair(x0, x1));
+  }
+  OpenLoop o = frame.openLoop;
+  Include(o, OpenLoopResidual(Broadcast(frame.scaled), start.near));
+  Include(o, OpenLoopResidual(Broadcast(frame.scaled + 1), secondPrediction));
+  if (IsLoud(o) || Any(_mm256_or_si256(_mm256_cmpgt_epi32(w.most, Set(8 * 2048 - 1)),
+                                       _mm256_cmpgt_epi32(Set(1 - 9 * 2048), w.least)))) {
+    return false;
+  }
+  key = Smallest(
+      _mm256_or_si256(_mm256_slli_epi32(w.changed, 3), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
+  const Lanes errors = Pair(before, off);
+  last = _mm256_sub_epi16(Broadcast(input + 12), _mm256_permutevar8x32_epi32(errors, key));
+  return true;
+}
+
+// The 14 samples of one lane.
+inline Lanes Gather(const int (*pairs)[8], int row) {
+  const __m128i low = _mm_setr_epi32(pairs[0][row], pairs[1][row], pairs[2][row], pairs[3][row]);
+  const __m128i high = _mm_setr_epi32(pairs[4][row], pairs[5][row], pairs[6][row], 0);
+  return _mm256_set_m128i(high, low);
+}
+
+// Header and residuals
+inline void StoreFrame(int header, Lanes residuals, qz::uchar* frame) {
+  const Lanes nibbles = _mm256_and_si256(residuals, _mm256_set1_epi16(15));
+  const Lanes bytes = _mm256_madd_epi16(nibbles, Set(1 << 16 | 16));
+  const __m128i words =
+      _mm_packs_epi32(_mm256_castsi256_si128(bytes), _mm256_extracti128_si256(bytes, 1));
+  const long long packed = _mm_cvtsi128_si64(_mm_packus_epi16(words, words));
+  const unsigned long long whole =
+      static_cast<unsigned long long>(packed) << 8 | static_cast<unsigned>(header);
+  __builtin_memcpy(frame, &whole, 8);
+}
+
+inline void WriteOutQuiet(const QuietTrace& trace, int row, short* input, qz::uchar* frame) {
+  const Lanes x = Gather(trace.scaledResidual, row);
+  const Lanes towardZero = _mm256_add_epi16(x, _mm256_srli_epi16(_mm256_srai_epi16(x, 15), 5));
+  const Lanes q = _mm256_srai_epi16(towardZero, 11);
+  const Lanes rest = _mm256_sub_epi16(x, _mm256_slli_epi16(q, 11));
+  const Lanes error = _mm256_srai_epi16(_mm256_add_epi16(rest, _mm256_set1_epi16(1023)), 11);
+  const __m128i low = _mm_sub_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(input)),
+                                    _mm256_castsi256_si128(error));
+  const __m128i high = _mm_sub_epi16(
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(input + 6)),
+      _mm_alignr_epi8(_mm256_extracti128_si256(error, 1), _mm256_castsi256_si128(error), 12));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(input), low);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(input + 6), high);
+  StoreFrame(row * 16, q, frame);
+}
+
+struct Winner {
+  alignas(32) int slots[8], units[8];
+  int row;
+};
+
+inline void WriteOut(const Trace* trace, const Winner& w, short* input, qz::uchar* frames) {
+  const int row = w.row;
+  const Trace& t = trace[w.slots[row]];
+  const int shift = __builtin_ctz(static_cast<unsigned>(w.units[row]));
+  for (int m = 0; m < kFrameSize / 2; ++m)
+    __builtin_memcpy(input + 2 * m, &t.restored[m][row], 4);
+  const Lanes q = _mm256_sra_epi16(Gather(t.quantum, row), _mm_cvtsi32_si128(shift - 11));
+  StoreFrame(row * 16 + shift - 11, q, frames);
+}
 
 }  // namespace
 
 void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, const short* coefs) {
   alignas(32) Trace trace[2 * kMaxPasses];
-  alignas(32) int scaled[16];
+  Input inputs[2];
   Table table;
   // rows: low half c0 (previous), high half c1
   const Lanes rows = _mm256_loadu_si256(reinterpret_cast<const Lanes*>(coefs));
@@ -238,78 +462,68 @@ void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, cons
   table.pair = _mm256_or_si256(_mm256_srli_epi32(rows, 16), _mm256_slli_epi32(rows, 16));
   table.previous = _mm256_and_si256(rows, Set(0xFFFF));
   table.earlier = _mm256_srli_epi32(rows, 16);
-  const Lanes rowNumber = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+  table.earlierOfHigh = _mm256_slli_epi32(table.earlier, 16);
 
-  History history = {Set(samples[1]), Set(samples[0])};
-  for (std::size_t i = 0; i < count; ++i, samples += kFrameSize, frames += 8) {
-    short* const input = samples + 2;
-    const __m128i front = _mm_loadu_si128(reinterpret_cast<const __m128i*>(input));
-    const __m128i back = _mm_loadu_si128(reinterpret_cast<const __m128i*>(input + 6));
-    const Lanes in0 = _mm256_slli_epi32(_mm256_cvtepi16_epi32(front), 11);
-    const Lanes in1 = _mm256_slli_epi32(_mm256_cvtepi16_epi32(back), 11);
-    _mm256_storeu_si256(reinterpret_cast<Lanes*>(scaled), in0);
-    _mm256_storeu_si256(reinterpret_cast<Lanes*>(scaled + 6), in1);
-    const __m128i loudest = _mm_minpos_epu16(_mm_xor_si128(
-        _mm_max_epu16(_mm_abs_epi16(front), _mm_abs_epi16(back)), _mm_set1_epi16(-1)));
-    const int peak = 0xFFFF - (_mm_cvtsi128_si32(loudest) & 0xFFFF);
-    const Lanes room = Set((32766 - peak) * 2048);
+  const Lanes zero = _mm256_setzero_si256();
+  table.plus[0] = _mm256_srai_epi32(_mm256_slli_epi32(rows, 16), 16);
+  table.plus[1] = _mm256_srai_epi32(rows, 16);
+  for (int k = 0; k < 2; ++k)
+    table.minus[k] = _mm256_sub_epi32(zero, table.plus[k]);
 
-    OpenLoop o = {_mm256_setzero_si256(), _mm256_setzero_si256()};
-    for (int t = 2; t < kFrameSize; ++t) {
-      Include(o, Broadcast(scaled + t), _mm256_madd_epi16(Broadcast(input + t - 2), table.pair));
-    }
-    const Lanes earlierTerm = _mm256_madd_epi16(history.earlier, table.earlier);
-    Include(o, Broadcast(scaled + 1),
-            _mm256_add_epi32(_mm256_madd_epi16(Set(input[0]), table.previous),
-                             _mm256_madd_epi16(history.previous, table.earlier)));
-    Include(o, Broadcast(scaled),
-            _mm256_add_epi32(_mm256_madd_epi16(history.previous, table.previous), earlierTerm));
-    const Lanes positive = _mm256_min_epi32(_mm256_srai_epi32(o.most, 11), Set(32767));
-    const Lanes negative = _mm256_min_epi32(
-        _mm256_sub_epi32(_mm256_setzero_si256(), _mm256_srai_epi32(o.least, 11)), Set(32768));
-    const Lanes s0 = FirstExponentOf(_mm256_cvtepi32_ps(positive));
-    const Lanes s1 =
-        FirstExponentOf(_mm256_mul_ps(_mm256_cvtepi32_ps(negative), _mm256_set1_ps(0.88888896f)));
-    const Lanes s = Select(s0, s1, _mm256_cmpgt_epi32(negative, positive));
-    const Lanes unclear =
-        _mm256_andnot_si256(_mm256_cmpeq_epi32(s0, s1), _mm256_cmpeq_epi32(negative, positive));
-    const Lanes unit = _mm256_sllv_epi32(Set(2048), s);
+  QuietTrace quietTrace;
+  bool quiet = false;
+  Lanes history = Broadcast(samples);
+  short* input = samples + 2;
+  Prepare(input, table, inputs[0]);
+  Winner winner;
+  bool pending = false;
+  for (std::size_t i = 0; i < count; ++i, input += kFrameSize, frames += 8) {
+    Walk start;
+    const Input& frame = inputs[i % 2];
+    const Lanes eight = Start(input, table, history, frame, start);
+    if (quiet) WriteOutQuiet(quietTrace, winner.row, input - kFrameSize, frames - 8);
+    if (pending) WriteOut(trace, winner, input - kFrameSize, frames - 8);
+    if (i + 1 < count) Prepare(input + kFrameSize, table, inputs[(i + 1) % 2]);
 
-    Best best;
-    Outcome outcome = Outcome::kNotCovered;
-    if (!Any(unclear)) {
-      outcome = EncodeRows<false>(unit, history.previous, earlierTerm, room, table, input, scaled,
-                                  trace, best);
-      if (outcome == Outcome::kLeftRange) {
-        outcome = EncodeRows<true>(unit, history.previous, earlierTerm, room, table, input, scaled,
-                                   trace, best);
-      }
-    }
-    if (outcome == Outcome::kDone) {
-      const Lanes key = Smallest(_mm256_or_si256(_mm256_slli_epi32(best.error, 3), rowNumber));
-      const Lanes winner = _mm256_permutevar8x32_epi32(best.previous, key);
-      const int row = _mm256_cvtsi256_si32(key) & 7;
-      alignas(32) int slots[8], units[8], inexact[8];
-      _mm256_store_si256(reinterpret_cast<Lanes*>(slots), best.slot);
-      _mm256_store_si256(reinterpret_cast<Lanes*>(units), best.exponent);
-      _mm256_store_si256(reinterpret_cast<Lanes*>(inexact), best.inexact);
-      if (inexact[row] == 0) {
-        const Trace& t = trace[slots[row]];
-        const int shift = __builtin_ctz(static_cast<unsigned>(units[row]));
-        for (int m = 0; m < kFrameSize / 2; ++m)
-          __builtin_memcpy(input + 2 * m, &t.restored[m][row], 4);
-        frames[0] = static_cast<qz::uchar>(row * 16 + shift - 11);
-        for (int m = 0; m < kFrameSize / 2; ++m)
-          frames[1 + m] = static_cast<qz::uchar>(((t.quantum[2 * m][row] >> shift) & 15) * 16 |
-                                                 ((t.quantum[2 * m + 1][row] >> shift) & 15));
-        history.previous = winner;
-        history.earlier = Set(static_cast<short>(t.restored[6][row]));
+    quiet = false;
+    pending = false;
+    if (frame.quiet) {
+      Lanes key;
+      Lanes last;
+      quiet = EncodeQuiet(start, frame, input, table, quietTrace, key, last);
+      if (quiet) {
+        history = last;
+        winner.row = _mm256_cvtsi256_si32(key) & 7;
         continue;
       }
     }
-    EncodeFramesScalar(samples, 1, frames, coefs);
-    history = {Set(samples[15]), Set(samples[14])};
+
+    Best best;
+    Outcome outcome =
+        EncodeRows<false>(eight, start, frame.room, table, input, frame.scaled, trace, best);
+    if (outcome == Outcome::kLeftRange) {
+      outcome = EncodeRows<true>(eight, start, frame.room, table, input, frame.scaled, trace, best);
+    }
+    pending = outcome == Outcome::kDone;
+    if (pending) {
+      const Lanes key = Smallest(best.key);
+      history = _mm256_permutevar8x32_epi32(best.last, key);
+      winner.row = _mm256_cvtsi256_si32(key) & 7;
+      alignas(32) int inexact[8];
+      _mm256_store_si256(reinterpret_cast<Lanes*>(winner.slots), best.slot);
+      _mm256_store_si256(reinterpret_cast<Lanes*>(winner.units), best.unit);
+      _mm256_store_si256(reinterpret_cast<Lanes*>(inexact), best.inexact);
+      if (inexact[winner.row] != 0) {
+        winner.row = ExactBest(trace, winner.slots, input);
+        history = Set(trace[winner.slots[winner.row]].restored[6][winner.row]);
+      }
+    } else {
+      EncodeFramesScalar(input - 2, 1, frames, coefs);
+      history = Broadcast(input + 12);
+    }
   }
+  if (quiet) WriteOutQuiet(quietTrace, winner.row, input - kFrameSize, frames - 8);
+  if (pending) WriteOut(trace, winner, input - kFrameSize, frames - 8);
 }
 
 }  // namespace adpcm
