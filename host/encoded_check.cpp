@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <optional>
+#include <system_error>
 #include <vector>
 
 #include "PublicIncludes/kelvo_tarvanesampledata.h"
@@ -131,6 +133,18 @@ class Frames {
   const unsigned char* extra_;
 };
 
+// The whole file with one read; nothing where it cannot be read.
+std::optional<Bytes> ReadAll(const std::string& native, std::ifstream& stream) {
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(native, error);
+  if (error) return {};
+  Bytes file(static_cast<std::size_t>(size));
+  stream.read(reinterpret_cast<char*>(file.data()), static_cast<std::streamsize>(size));
+  if (stream.bad()) return {};
+  file.resize(static_cast<std::size_t>(stream.gcount()));
+  return file;
+}
+
 void ReadHead(const Bytes& file, EncodedHead& head) {
   if (file.size() < kHeadSize) throw Broken{"it ends in its head"};
   if (std::memcmp(file.data(), "ESMP", 4) != 0) throw Broken{"it is no encoded sample"};
@@ -172,12 +186,12 @@ void CheckChannel(Bytes& file, const EncodedHead& head, unsigned channel) {
 std::string CheckEncodedFile(const std::string& native, EncodedHead& head) {
   std::ifstream stream(native, std::ios::binary);
   if (!stream) return "it cannot be opened";
-  Bytes file{std::istreambuf_iterator<char>(stream), {}};
-  if (stream.bad()) return "it cannot be read";
+  std::optional<Bytes> file = ReadAll(native, stream);
+  if (!file) return "it cannot be read";
   try {
-    ReadHead(file, head);
+    ReadHead(*file, head);
     for (unsigned channel = 0; channel < head.numChannels; ++channel)
-      CheckChannel(file, head, channel);
+      CheckChannel(*file, head, channel);
   } catch (const Broken& broken) {
     return broken.what;
   }
