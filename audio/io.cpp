@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "audio/audio.h"
+#include "common/byte_order.h"
 #include "platform/platform.h"
 
 namespace {
@@ -23,23 +24,10 @@ bool IsElementSize(qz::ulong elemSize) {
   return elemSize == 1 || elemSize == 2 || elemSize == 4;
 }
 
-// Turns the bytes of each element round. `to` may be `from`.
-void Swap(const qz::uchar* from, qz::uchar* to, qz::ulong elemSize, std::size_t count) {
-  if (elemSize == 2) {
-    for (std::size_t i = 0; i < count; ++i) {
-      std::uint16_t value;
-      std::memcpy(&value, from + i * 2, 2);
-      value = static_cast<std::uint16_t>(value << 8 | value >> 8);
-      std::memcpy(to + i * 2, &value, 2);
-    }
-  } else if (elemSize == 4) {
-    for (std::size_t i = 0; i < count; ++i) {
-      std::uint32_t value;
-      std::memcpy(&value, from + i * 4, 4);
-      value = value << 24 | (value & 0xFF00u) << 8 | (value >> 8 & 0xFF00u) | value >> 24;
-      std::memcpy(to + i * 4, &value, 4);
-    }
-  }
+// Turns the bytes of each element round.
+void Swap(void* elements, qz::ulong elemSize, std::size_t size) {
+  if (elemSize == 2) qz::SwapAll<qz::ushort>(elements, size);
+  if (elemSize == 4) qz::SwapAll<qz::ulong>(elements, size);
 }
 
 // Passes over `distance` bytes to `target`. Short ways are read, because a seek throws the stream's
@@ -58,12 +46,9 @@ qz::ulong ReadElements(void* buffer, qz::ulong elemSize, qz::ulong count, std::F
   const std::size_t done = std::fread(bytes, 1, std::size_t{count} * elemSize, file);
 
   // The end of the file may have cut an element.
-  std::size_t whole = done / elemSize;
-  if (done % elemSize != 0) {
-    std::memset(bytes + done, 0, elemSize - done % elemSize);
-    ++whole;
-  }
-  if (SwapNeeded(bigEndian)) Swap(bytes, bytes, elemSize, whole);
+  const std::size_t cut = (elemSize - done % elemSize) % elemSize;
+  std::memset(bytes + done, 0, cut);
+  if (SwapNeeded(bigEndian)) Swap(bytes, elemSize, done + cut);
   return static_cast<qz::ulong>(done);
 }
 
@@ -87,12 +72,13 @@ qz::ulong audioWriteEndian(const void* buffer, qz::ulong elemSize, qz::ulong cou
 
   qz::uchar block[4096];
   std::size_t done = 0;
-  for (std::size_t left = count; left > 0;) {
-    const std::size_t part = std::min<std::size_t>(left, sizeof block / elemSize);
-    Swap(bytes + done, block, elemSize, part);
-    const std::size_t written = std::fwrite(block, 1, part * elemSize, file);
+  for (std::size_t left = std::size_t{count} * elemSize; left > 0;) {
+    const std::size_t part = std::min(left, sizeof block);
+    std::memcpy(block, bytes + done, part);
+    Swap(block, elemSize, part);
+    const std::size_t written = std::fwrite(block, 1, part, file);
     done += written;
-    if (written != part * elemSize) break;
+    if (written != part) break;
     left -= part;
   }
   return static_cast<qz::ulong>(done);

@@ -10,6 +10,8 @@
 #include <new>
 #include <string>
 
+#include "common/byte_order.h"
+
 namespace {
 
 using qz::uint64;
@@ -33,28 +35,6 @@ using Block = std::unique_ptr<char[]>;
 // Null where the memory is not to be had.
 Block Allocate(std::size_t size) {
   return Block(new (std::nothrow) char[size]);
-}
-
-constexpr qz::ushort Swapped(qz::ushort value) {
-  return __builtin_bswap16(value);
-}
-constexpr qz::ulong Swapped(qz::ulong value) {
-  return __builtin_bswap32(value);
-}
-constexpr qz::uint64 Swapped(qz::uint64 value) {
-  return __builtin_bswap64(value);
-}
-
-// Copies `size` bytes of numbers of type T with their bytes in the other order. `from` and `to`
-// have any alignment, and are the same or do not overlap; a last part of a number is left out.
-template <typename T>
-void CopySwapped(unsigned char* to, const unsigned char* from, std::size_t size) {
-  for (std::size_t at = 0; at + sizeof(T) <= size; at += sizeof(T)) {
-    T value;
-    std::memcpy(&value, from + at, sizeof(T));
-    value = Swapped(value);
-    std::memcpy(to + at, &value, sizeof(T));
-  }
 }
 
 // False where the memory for the wide text is not to be had, or where the text is longer than the
@@ -116,13 +96,13 @@ bool DIOTypedStream::WriteAll(const void* buffer, ulong count) {
 template <typename T>
 bool DIOTypedStream::ReadNumber(T& value) {
   if (!ReadAll(&value, sizeof(T))) return false;
-  if (!SameOrder()) value = Swapped(value);
+  if (!SameOrder()) value = qz::Swapped(value);
   return true;
 }
 
 template <typename T>
 bool DIOTypedStream::WriteNumber(T value) {
-  if (!SameOrder()) value = Swapped(value);
+  if (!SameOrder()) value = qz::Swapped(value);
   return WriteAll(&value, sizeof(T));
 }
 
@@ -218,7 +198,7 @@ bool DIOTypedStream::ReadArray(unsigned char* bytes, uint64 size) {
         static_cast<ulong>(std::min<uint64>(size, swap ? kBlockSize : kLargestTransfer));
     ulong done = 0;
     const bool fine = ReadBytes(bytes, count, done);
-    if (swap) CopySwapped<T>(bytes, bytes, done);
+    if (swap) qz::SwapAll<T>(bytes, done);
     if (!fine || done == 0 || done % sizeof(T) != 0) return false;
     bytes += done;
     size -= done;
@@ -233,7 +213,10 @@ bool DIOTypedStream::WriteArray(const unsigned char* bytes, uint64 size) {
   while (size > 0) {
     const ulong count =
         static_cast<ulong>(std::min<uint64>(size, swap ? kBlockSize : kLargestTransfer));
-    if (swap) CopySwapped<T>(swapped, bytes, count);
+    if (swap) {
+      std::memcpy(swapped, bytes, count);
+      qz::SwapAll<T>(swapped, count);
+    }
     ulong done = 0;
     const bool fine = WriteBytes(swap ? swapped : bytes, count, done);
     if (!fine || done == 0 || done % sizeof(T) != 0) return false;

@@ -2,6 +2,8 @@
 // loop over the elements, wherever the shortage falls.
 #include <algorithm>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "diskio/diskio_typed.h"
 #include "tests/stream_suite.h"
@@ -91,25 +93,31 @@ TYPED_TEST_SUITE(BlockTest, ElementTypes);
 
 TYPED_TEST(BlockTest, ShortTransfersEndWhereTheLoopWouldEnd) {
   constexpr std::size_t kBlock = 65536;
-  constexpr std::size_t kBytes = kBlock + 64;
-  constexpr qz::ulong kCount = kBytes / sizeof(TypeParam);
-  const std::string pattern = stream_suite::Pattern(kBytes);
-  const std::string blank(kBytes, '\x55');
+  std::vector<std::pair<std::size_t, std::size_t>> cases;  // bytes of the array, limit
+  for (std::size_t limit = 0; limit <= 64; ++limit)
+    cases.emplace_back(64, limit);
+  for (std::size_t limit = kBlock - 9; limit <= kBlock + 9; ++limit)
+    cases.emplace_back(kBlock + 64, limit);
+  cases.emplace_back(kBlock + 64, kBlock + 64);
+
   for (const int variant : {0, 1, 2, 3, 4, 5, 6, 7}) {
     const auto order = (variant & 1) != 0 ? DIOFile::ENDIAN_BIG : DIOFile::ENDIAN_LITTLE;
-    const std::size_t stride = (variant & 2) != 0 ? 4096 : kBytes;
     const bool fails = (variant & 4) != 0;
-    for (const std::size_t limit : {std::size_t{0}, std::size_t{1}, std::size_t{15}, kBlock - 1,
-                                    kBlock, kBlock + 1, kBlock + 16, kBytes}) {
-      SCOPED_TRACE(testing::Message() << "variant " << variant << ", limit " << limit);
+    for (const auto& [size, limit] : cases) {
+      SCOPED_TRACE(testing::Message() << "variant " << variant << ", " << limit << " of " << size);
+      const std::size_t stride =
+          (variant & 2) != 0 ? std::max<std::size_t>(size / 128 * 8, 8) : size;
+      const auto count = static_cast<qz::ulong>(size / sizeof(TypeParam));
+      const std::string pattern = stream_suite::Pattern(size);
+      const std::string blank(size, '\x55');
       ShortStream block(pattern, limit, stride, fails);
       ShortStream loop(pattern, limit, stride, fails);
       block.SetEndian(order);
       loop.SetEndian(order);
       std::string fromBlock = blank;
       std::string fromLoop = blank;
-      EXPECT_EQ(block.Read(fromBlock.data(), sizeof(TypeParam), kCount), limit == kBytes);
-      EXPECT_EQ(ReadElements<TypeParam>(loop, fromLoop.data(), kCount), limit == kBytes);
+      EXPECT_EQ(block.Read(fromBlock.data(), sizeof(TypeParam), count), limit == size);
+      EXPECT_EQ(ReadElements<TypeParam>(loop, fromLoop.data(), count), limit == size);
       EXPECT_TRUE(fromBlock == fromLoop);
       EXPECT_EQ(stream_suite::PositionOf(&block), stream_suite::PositionOf(&loop));
 
@@ -117,8 +125,8 @@ TYPED_TEST(BlockTest, ShortTransfersEndWhereTheLoopWouldEnd) {
       ShortStream loopTarget(blank, limit, stride, fails);
       blockTarget.SetEndian(order);
       loopTarget.SetEndian(order);
-      EXPECT_EQ(blockTarget.Write(pattern.data(), sizeof(TypeParam), kCount), limit == kBytes);
-      EXPECT_EQ(WriteElements<TypeParam>(loopTarget, pattern.data(), kCount), limit == kBytes);
+      EXPECT_EQ(blockTarget.Write(pattern.data(), sizeof(TypeParam), count), limit == size);
+      EXPECT_EQ(WriteElements<TypeParam>(loopTarget, pattern.data(), count), limit == size);
       EXPECT_TRUE(blockTarget.bytes == loopTarget.bytes);
       EXPECT_EQ(stream_suite::PositionOf(&blockTarget), stream_suite::PositionOf(&loopTarget));
     }
