@@ -12,7 +12,6 @@ using Doubles = double __attribute__((vector_size(32)));
 using Pair = double __attribute__((vector_size(16)));
 using Mask = decltype(Doubles{} < Doubles{});
 constexpr int kLanes = 4;
-constexpr int kLaneOf[kLanes] = {0, 2, 1, 3};
 struct Correlations;
 
 void Deinterleave(const TrainingRow* rows, Doubles& r1, Doubles& r2) {
@@ -20,6 +19,15 @@ void Deinterleave(const TrainingRow* rows, Doubles& r1, Doubles& r2) {
   const __m256d second = _mm256_loadu_pd(&rows[2].r1);
   r1 = _mm256_unpacklo_pd(first, second);
   r2 = _mm256_unpackhi_pd(first, second);
+}
+
+int Bits(Mask mask) {
+  return _mm256_movemask_pd(reinterpret_cast<__m256d>(mask));
+}
+
+Mask InOrder(Mask mask) {
+  return reinterpret_cast<Mask>(
+      _mm256_permute4x64_epi64(reinterpret_cast<__m256i>(mask), _MM_SHUFFLE(3, 1, 2, 0)));
 }
 
 void Interleave(Doubles r1, Doubles r2, Pair* pairs) {
@@ -97,7 +105,7 @@ void Store(const EightDoubles& values, double* to) {
 }
 
 // Eight samples of two frames, four frames of samples apart in the order of FromHalves.
-__m256i LoadHalves(const short* frame, const short* other) {
+inline __attribute__((always_inline)) __m256i LoadHalves(const short* frame, const short* other) {
   return _mm256_inserti128_si256(
       _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(frame))),
       _mm_loadu_si128(reinterpret_cast<const __m128i*>(other)), 1);
@@ -105,7 +113,7 @@ __m256i LoadHalves(const short* frame, const short* other) {
 
 // Four pairs of neighbouring samples from each of 8 frames, a pair a vector. The frames lie in the
 // lanes so that FromHalves gives them in order.
-void LoadPairs(const short* samples, __m256i* pairs) {
+inline __attribute__((always_inline)) void LoadPairs(const short* samples, __m256i* pairs) {
   const auto frame = [samples](unsigned i) { return samples + i * kSamplesPerFrame; };
   const __m256i a = LoadHalves(frame(0), frame(2));
   const __m256i b = LoadHalves(frame(1), frame(3));
@@ -132,6 +140,7 @@ void Correlate(const short* samples, Correlations& block, int frame) {
   const __m256i minusOne = _mm256_set1_epi32(-1);
   LongSum energy, lag1, lag2;
   __m256i turnedBefore = _mm256_shuffle_epi8(pair[0], swap16);
+#pragma GCC unroll 8
   for (int i = 1; i < 8; ++i) {
     const __m256i turned = _mm256_shuffle_epi8(pair[i], swap16);
     const __m256i previous = _mm256_blend_epi16(turnedBefore, turned, 0xAA);

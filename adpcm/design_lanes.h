@@ -47,6 +47,17 @@ Doubles Load(const double* values) {
   return result;
 }
 
+Mask LoadMask(const qz::int64* values) {
+  Mask result;
+  __builtin_memcpy(&result, values, sizeof result);
+  return result;
+}
+
+template <typename Vector, typename Value>
+void Store(Vector vector, Value* to) {
+  __builtin_memcpy(to, &vector, sizeof vector);
+}
+
 Doubles Masked(Doubles values, Mask mask) {
   return reinterpret_cast<Doubles>(reinterpret_cast<Mask>(values) & mask);
 }
@@ -62,13 +73,17 @@ Doubles Clip(Doubles reflection) {
   return Magnitude(reflection) >= 1.0 ? limit : reflection;
 }
 
-// What lud and lubksb make of a frame's equations, in lanes.
-struct Solution {
-  Doubles n1, n2;  // the negated taps
-  Mask regular;    // the system is not singular, nor nearly
+// The equations of a block of frames after elimination.
+struct Triangles {
+  alignas(sizeof(Doubles)) double pivot[kBlockFrames], beside[kBlockFrames], b1[kBlockFrames];
+  alignas(sizeof(Doubles)) double last[kBlockFrames], b2[kBlockFrames];
+  alignas(sizeof(Mask)) qz::int64 usable[kBlockFrames];  // there is signal, and no near singularity
 };
 
-Solution Solve(Doubles c01, Doubles c02, Doubles c11, Doubles c12, Doubles c22) {
+// lud, and what lubksb does on its way forward.
+void Eliminate(const Correlations& c, int frame, Triangles& to) {
+  const Doubles c01 = Load(c.c01 + frame), c02 = Load(c.c02 + frame);
+  const Doubles c11 = Load(c.c11 + frame), c12 = Load(c.c12 + frame), c22 = Load(c.c22 + frame);
   const Doubles off = Magnitude(c12);
   const Doubles scale1 = 1.0 / (off > c11 ? off : c11);
   const Doubles scale2 = 1.0 / (c22 > off ? c22 : off);
@@ -77,6 +92,8 @@ Solution Solve(Doubles c01, Doubles c02, Doubles c11, Doubles c12, Doubles c22) 
   const Doubles beside = swap ? c22 : c12;
   const Doubles below = (swap ? c11 : c12) * (1.0 / pivot);
   const Doubles last = (swap ? c12 : c22) - below * beside;
+  const Doubles b1 = swap ? c02 : c01;
+  const Doubles b2 = (swap ? c01 : c02) - below * b1;
 
   const Doubles pivotSize = Magnitude(pivot);
   const Doubles lastSize = Magnitude(last);
@@ -84,11 +101,27 @@ Solution Solve(Doubles c01, Doubles c02, Doubles c11, Doubles c12, Doubles c22) 
   Doubles smallest = pivotSize < start ? pivotSize : start;
   smallest = lastSize < smallest ? lastSize : smallest;
   const Doubles largest = lastSize > pivotSize ? lastSize : pivotSize;
+  const Mask usable =
+      (Load(c.c00 + frame) > kSilentEnergy) & (smallest / largest >= kSmallestPivotRatio);
+  Store(pivot, to.pivot + frame);
+  Store(beside, to.beside + frame);
+  Store(b1, to.b1 + frame);
+  Store(last, to.last + frame);
+  Store(b2, to.b2 + frame);
+  Store(usable, to.usable + frame);
+}
 
-  const Doubles b1 = swap ? c02 : c01;
-  const Doubles b2 = (swap ? c01 : c02) - below * b1;
-  const Doubles n2 = b2 / last;
-  return {(b1 - beside * n2) / pivot, n2, smallest / largest >= kSmallestPivotRatio};
+// Their solutions, the negated taps.
+struct Solutions {
+  alignas(sizeof(Doubles)) double n1[kBlockFrames], n2[kBlockFrames];
+};
+
+// The way back of lubksb.
+void Substitute(const Triangles& t, int frame, Solutions& to) {
+  const Doubles n2 = Load(t.b2 + frame) / Load(t.last + frame);
+  const Doubles n1 = (Load(t.b1 + frame) - Load(t.beside + frame) * n2) / Load(t.pivot + frame);
+  Store(n1, to.n1 + frame);
+  Store(n2, to.n2 + frame);
 }
 
 // r1 and r2 of the frames in lanes, 0 where a frame has no predictor.
@@ -97,18 +130,15 @@ struct Predicted {
   Mask accepted;
 };
 
-Predicted Predict(const Correlations& c, int frame) {
-  const Solution taps = Solve(Load(c.c01 + frame), Load(c.c02 + frame), Load(c.c11 + frame),
-                              Load(c.c12 + frame), Load(c.c22 + frame));
-  // kfroma, clip_reflection, afromk
-  const Doubles den = 1.0 - taps.n2 * taps.n2;
-  const Doubles lower = (taps.n1 + taps.n2 * taps.n1) / den;
-  const Mask accepted = (Load(c.c00 + frame) > kSilentEnergy) & taps.regular & (den != 0.0) &
-                        ~(Magnitude(lower) > 1.0);
+// kfroma, clip_reflection, afromk and rfroma.
+Predicted Predict(const Solutions& s, const Triangles& t, int frame) {
+  const Doubles n1 = Load(s.n1 + frame), n2 = Load(s.n2 + frame);
+  const Doubles den = 1.0 - n2 * n2;
+  const Doubles lower = (n1 + n2 * n1) / den;
+  const Mask accepted = LoadMask(t.usable + frame) & (den != 0.0) & ~(Magnitude(lower) > 1.0);
   const Doubles k1 = Clip(lower);
-  const Doubles k2 = Clip(taps.n2);
+  const Doubles k2 = Clip(n2);
   const Doubles p1 = k1 - k2 * k1;
-  // rfroma
   const Doubles reciprocal = 1.0 / (1.0 - k2 * k2);
   const Doubles r1 = 0.0 + (p1 + k2 * p1) * reciprocal;
   const Doubles r2 = (0.0 + p1 * r1) + k2;
@@ -116,23 +146,31 @@ Predicted Predict(const Correlations& c, int frame) {
 }
 
 TrainingRow* Collect(const short* samples, qz::uint64 groups, TrainingRow* rows, TrainingRow* sum) {
-  Correlations block;
+  Correlations correlations;
+  Triangles triangles;
+  Solutions solutions;
   Pair total;
   __builtin_memcpy(&total, sum, sizeof total);
   while (groups != 0) {
     int frames = 0;
     for (; frames < kBlockFrames && groups != 0; frames += kDesignGroup, --groups) {
-      Correlate(samples, block, frames);
+      Correlate(samples, correlations, frames);
       samples += kDesignGroup * kSamplesPerFrame;
     }
+    for (int frame = 0; frame < frames; frame += kLanes)
+      Eliminate(correlations, frame, triangles);
+    for (int frame = 0; frame < frames; frame += kLanes)
+      Substitute(triangles, frame, solutions);
     for (int frame = 0; frame < frames; frame += kLanes) {
-      const Predicted predicted = Predict(block, frame);
+      const Predicted predicted = Predict(solutions, triangles, frame);
+      const int accepted = Bits(predicted.accepted);
       Pair pairs[kLanes];
       Interleave(predicted.r1, predicted.r2, pairs);
+#pragma GCC unroll 8
       for (int lane = 0; lane < kLanes; ++lane) {
         total += pairs[lane];  // 0 from a frame without predictor, whose row the next one takes
         __builtin_memcpy(rows, &pairs[lane], sizeof *rows);
-        rows -= predicted.accepted[lane];
+        rows += accepted >> lane & 1;
       }
     }
   }
@@ -140,71 +178,102 @@ TrainingRow* Collect(const short* samples, qz::uint64 groups, TrainingRow* rows,
   return rows;
 }
 
-// The number of the nearest row for each of kLanes training rows.
+// One pass over the training set with a codebook of kRows rows.
 template <int kRows>
-Mask NearestRows(Doubles r1, Doubles r2, const Doubles (*codebook)[3]) {
-  const Doubles twice1 = 2.0 * r1;
-  const Doubles twice2 = 2.0 * r2;
-  Doubles least = Splat(kStartOfMinimumSearch);
-  Mask nearest{};
-  for (int row = 0; row < kRows; ++row) {
-    const Doubles* ra = codebook[row];
-    const Doubles distance = (ra[0] + twice1 * ra[1]) + twice2 * ra[2];
+class Pass {
+ public:
+  explicit Pass(const RowModel* codebook) {
+    for (int row = 0; row < kRows; ++row) {
+      ra[row][0] = Splat(codebook[row].ra0);
+      ra[row][1] = Splat(2.0 * codebook[row].ra1);
+      ra[row][2] = Splat(2.0 * codebook[row].ra2);
+      for (int place = 0; place < 2; ++place)
+        owner[row][row / kRowsPerVector][row % kRowsPerVector * 2 + place] = -1;
+    }
+  }
+
+  // A block is first assigned, then added up: in turns, each frame's sums would wait for its
+  // nearest row, and the processor does not see far enough ahead to do others meanwhile.
+  void Run(const TrainingRow* training, qz::uint64 count) {
+    Doubles total[kVectors] = {};
+    while (count != 0) {
+      const int frames = count < kBlockFrames ? static_cast<int>(count) : kBlockFrames;
+      alignas(sizeof(Mask)) qz::int64 nearest[kBlockFrames];
+      for (int frame = 0; frame < frames; frame += kDesignGroup)
+        FindNearest(training + frame, nearest + frame);
+      qz::uint64 tally = 0;  // a byte for each row
+      for (int frame = 0; frame < frames; ++frame) {
+        const qz::int64 row = nearest[frame];
+        const Doubles values = Repeat(training[frame]);
+#pragma GCC unroll 8
+        for (int v = 0; v < kVectors; ++v)
+          total[v] += Masked(values, owner[row][v]);
+        tally += qz::uint64{1} << (8 * row);
+      }
+      for (int row = 0; row < kRows; ++row)
+        counts[row] += static_cast<int>(tally >> (8 * row) & 0xFF);
+      training += frames;
+      count -= static_cast<qz::uint64>(frames);
+    }
+    __builtin_memcpy(sums, total, sizeof sums);
+  }
+
+  void Finish(Cell* cells) const {
+    for (int row = 0; row < kRows; ++row)
+      cells[row] = {sums[row][0], sums[row][1], counts[row]};
+  }
+
+ private:
+  static constexpr int kRowsPerVector = kLanes / 2;
+  static constexpr int kVectors = kRows / kRowsPerVector;
+
+  // The numbers of the nearest rows of a group. Two vectors at a time, so that each number of the
+  // codebook is loaded half as often.
+  void FindNearest(const TrainingRow* training, qz::int64* nearest) const {
+#pragma GCC unroll 8
+    for (int frame = 0; frame < kDesignGroup; frame += 2 * kLanes) {
+      Doubles a1, a2, b1, b2;
+      Deinterleave(training + frame, a1, a2);
+      Deinterleave(training + frame + kLanes, b1, b2);
+      const auto distances = [&](int row, Doubles& ofA, Doubles& ofB) {
+        const Doubles ra0 = ra[row][0], ra1 = ra[row][1], ra2 = ra[row][2];
+        ofA = (ra0 + a1 * ra1) + a2 * ra2;
+        ofB = (ra0 + b1 * ra1) + b2 * ra2;
+      };
+      Doubles leastOfA, leastOfB;
+      distances(0, leastOfA, leastOfB);
+      Mask rowOfA{}, rowOfB{};
+#pragma GCC unroll 8
+      for (int row = 1; row < kRows; ++row) {
+        Doubles ofA, ofB;
+        distances(row, ofA, ofB);
+        TakeIfCloser(ofA, row, leastOfA, rowOfA);
+        TakeIfCloser(ofB, row, leastOfB, rowOfB);
+      }
+      rowOfA = InOrder(rowOfA);
+      rowOfB = InOrder(rowOfB);
+      __builtin_memcpy(nearest + frame, &rowOfA, sizeof rowOfA);
+      __builtin_memcpy(nearest + frame + kLanes, &rowOfB, sizeof rowOfB);
+    }
+  }
+
+  static void TakeIfCloser(Doubles distance, int row, Doubles& least, Mask& nearest) {
     const Mask closer = distance < least;
     least = closer ? distance : least;
     nearest = closer ? Mask{} + row : nearest;
   }
-  return nearest;
-}
+
+  Doubles ra[kRows][3];
+  Mask owner[kRows][kVectors] = {};  // ones in the two places of the row
+  int counts[kRows] = {};
+  double sums[kRows][2];
+};
 
 template <int kRows>
 void Assign(const TrainingRow* training, qz::uint64 count, const RowModel* codebook, Cell* cells) {
-  constexpr int kRowsPerVector = kLanes / 2;
-  constexpr int kVectors = kRows / kRowsPerVector;
-  Doubles ra[kRows][3];
-  Mask owner[kRows][kVectors] = {};  // ones in the two places of the row
-  for (int row = 0; row < kRows; ++row) {
-    ra[row][0] = Splat(codebook[row].ra0);
-    ra[row][1] = Splat(codebook[row].ra1);
-    ra[row][2] = Splat(codebook[row].ra2);
-    for (int place = 0; place < 2; ++place)
-      owner[row][row / kRowsPerVector][row % kRowsPerVector * 2 + place] = -1;
-  }
-
-  Doubles sums[kVectors] = {};
-  int counts[kDesignGroup][kRows] = {};  // by place in the group, so that none waits for another
-  const auto add = [&](int place, qz::int64 row) {
-    const Doubles values = Repeat(training[place]);
-    for (int v = 0; v < kVectors; ++v)
-      sums[v] += Masked(values, owner[row][v]);
-    ++counts[place][row];
-  };
-  while (count != 0) {
-    alignas(sizeof(Mask)) qz::int64 nearest[kDesignGroup];
-    for (int first = 0; first < kDesignGroup; first += kLanes) {
-      Doubles r1, r2;
-      Deinterleave(training + first, r1, r2);
-      const Mask rows = NearestRows<kRows>(r1, r2, ra);
-      __builtin_memcpy(nearest + first, &rows, sizeof rows);
-    }
-    if (count < kDesignGroup) {
-      for (int place = 0; place < static_cast<int>(count); ++place)
-        add(place, nearest[place / kLanes * kLanes + kLaneOf[place % kLanes]]);
-      break;
-    }
-    for (int place = 0; place < kDesignGroup; ++place)
-      add(place, nearest[place / kLanes * kLanes + kLaneOf[place % kLanes]]);
-    training += kDesignGroup;
-    count -= kDesignGroup;
-  }
-
-  for (int row = 0; row < kRows; ++row) {
-    const Doubles& rowSums = sums[row / kRowsPerVector];
-    const int first = row % kRowsPerVector * 2;
-    cells[row] = {rowSums[first], rowSums[first + 1], 0};
-    for (const auto& ofPlace : counts)
-      cells[row].count += ofPlace[row];
-  }
+  Pass<kRows> pass(codebook);
+  pass.Run(training, count);
+  pass.Finish(cells);
 }
 
 void AssignRows(const TrainingRow* training, qz::uint64 count, const RowModel* codebook, int rows,

@@ -9,12 +9,19 @@ using Doubles = double __attribute__((vector_size(16)));
 using Pair = Doubles;
 using Mask = decltype(Doubles{} < Doubles{});
 constexpr int kLanes = 2;
-constexpr int kLaneOf[kLanes] = {0, 1};
 struct Correlations;
 
 void Deinterleave(const TrainingRow* rows, Doubles& r1, Doubles& r2) {
   r1 = Doubles{rows[0].r1, rows[1].r1};
   r2 = Doubles{rows[0].r2, rows[1].r2};
+}
+
+int Bits(Mask mask) {
+  return static_cast<int>((mask[0] & 1) | (mask[1] & 2));
+}
+
+Mask InOrder(Mask mask) {
+  return mask;
 }
 
 void Interleave(Doubles r1, Doubles r2, Pair* pairs) {
