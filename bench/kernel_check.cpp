@@ -1,0 +1,419 @@
+// Holds every kernel that this machine has against the scalar one: the same results, nothing
+// written beside them, and how much faster.
+//
+//   kernel_check [--seed N] [--frames N]    equality on N random frames (a million) and on the
+//                                           generated sounds; status 1 where something differs
+//   kernel_check --bench [--json]           samples per second and ratios
+//
+// A new kernel is a Case, which runs it for one random Input and returns what it made, and a
+// Benchmark.
+#include <algorithm>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "adpcm/adpcm.h"
+#include "adpcm/kernels.h"
+#include "tests/adpcm_sounds.h"
+#include "tests/adpcm_stream.h"
+
+namespace {
+
+using adpcm::kBytesPerFrame;
+using adpcm::KernelLevel;
+using adpcm::Kernels;
+using adpcm::kOrder;
+using adpcm::kSamplesPerFrame;
+using adpcm::kTableValues;
+using sounds::Samples;
+using Bytes = std::vector<qz::uchar>;
+
+constexpr std::size_t kMostFrames = 40;
+
+// What the kernels get: a table, a signal with history in front, and frames that nobody encoded.
+struct Input {
+  short table[kTableValues];
+  std::size_t frames;
+  Samples samples;  // kOrder of history, then the frames
+  Bytes encoded;
+};
+
+class Generator {
+ public:
+  explicit Generator(std::uint64_t seed) : random_(seed) {}
+
+  Input Next() {
+    Input input;
+    input.frames = 1 + Below(kMostFrames);
+    const std::size_t length = kOrder + input.frames * kSamplesPerFrame;
+    for (input.samples.clear(); input.samples.size() < length;)
+      AppendRun(input.samples, length - input.samples.size());
+    if (Below(2) == 0) {  // a history that the signal does not continue
+      for (std::size_t i = 0; i < kOrder; ++i)
+        input.samples[i] = AnySample();
+    }
+    FillTable(input);
+    input.encoded.resize(input.frames * kBytesPerFrame);
+    for (qz::uchar& byte : input.encoded)
+      byte = static_cast<qz::uchar>(random_());
+    if (Below(2) == 0) {  // headers as an encoder writes them, of small exponents for the most part
+      for (std::size_t i = 0; i < input.frames; ++i) {
+        input.encoded[i * kBytesPerFrame] =
+            static_cast<qz::uchar>(Below(adpcm::kTableRows) * 16 + Below(1 + Below(13)));
+      }
+    }
+    return input;
+  }
+
+ private:
+  std::uint32_t Below(std::size_t limit) {
+    return static_cast<std::uint32_t>(random_() % static_cast<std::uint64_t>(limit));
+  }
+  int Within(int magnitude) {
+    return static_cast<int>(Below(static_cast<std::size_t>(2 * magnitude + 1))) - magnitude;
+  }
+  static short Clip(int value) { return static_cast<short>(std::clamp(value, -32768, 32767)); }
+  short AnySample() { return static_cast<short>(random_()); }
+
+  // Up to a few frames of one character.
+  void AppendRun(Samples& samples, std::size_t room) {
+    const std::size_t length = std::min<std::size_t>(room, 1 + Below(60));
+    const int magnitude = 1 << Below(16);
+    const int level = Below(3) == 0 ? Within(32767) : 0;
+    const std::uint32_t half = 1 + Below(9);
+    const std::uint32_t kind = Below(6);
+    const auto wave = static_cast<double>(Below(314)) / 100;
+    for (std::size_t i = 0; i < length; ++i) {
+      switch (kind) {
+        case 0:
+          samples.push_back(Clip(level + Within(magnitude)));
+          break;
+        case 1:
+          samples.push_back(Below(2) == 0 ? short{-32768} : short{32767});
+          break;
+        case 2:
+          samples.push_back(i / half % 2 == 0 ? Clip(level + magnitude) : Clip(level - magnitude));
+          break;
+        case 3:
+          samples.push_back(
+              Clip(static_cast<int>(magnitude * std::sin(wave * static_cast<double>(i)))));
+          break;
+        case 4:
+          samples.push_back(Clip(level + static_cast<int>(i) * Within(magnitude)));
+          break;
+        default:
+          samples.push_back(Clip(Below(2) == 0 ? 32767 - Within(magnitude) : level));
+          break;
+      }
+    }
+  }
+
+  // Within the bounds that the kernels ask for, and up to them.
+  void FillTable(Input& input) {
+    const std::uint32_t kind = Below(4);
+    if (kind == 0) {
+      const auto count = static_cast<qz::ulong>(input.samples.size());
+      if (!adpcmCoefTableDesign(input.samples.data(), count, adpcm::kTableRows, input.table, 0,
+                                nullptr)) {
+        std::abort();
+      }
+      if (adpcm::TableIsBounded(input.table)) return;
+    }
+    for (std::size_t i = 0; i < kTableValues; ++i) {
+      const int bound = i % 2 == 0 ? 4096 : 2048;
+      const int extreme = Below(2) == 0 ? bound : -bound;
+      input.table[i] = Clip(kind == 1 ? extreme : Within(bound >> Below(kind == 2 ? 12 : 2)));
+    }
+  }
+
+  std::mt19937_64 random_;
+};
+
+// A block with bytes around it that nobody may change.
+template <typename T>
+class Guarded {
+ public:
+  explicit Guarded(std::size_t count) : bytes_(2 * kGuard + count * sizeof(T), kPattern) {}
+  explicit Guarded(const std::vector<T>& content) : Guarded(content.size()) {
+    std::copy(content.begin(), content.end(), data());
+  }
+  T* data() { return reinterpret_cast<T*>(bytes_.data() + kGuard); }
+  bool Intact() const {
+    const auto untouched = [](qz::uchar byte) { return byte == kPattern; };
+    return std::all_of(bytes_.begin(), bytes_.begin() + kGuard, untouched) &&
+           std::all_of(bytes_.end() - kGuard, bytes_.end(), untouched);
+  }
+
+ private:
+  static constexpr std::ptrdiff_t kGuard = 64;
+  static constexpr qz::uchar kPattern = 0xA5;
+  std::vector<qz::uchar> bytes_;
+};
+
+// What a kernel made.
+struct Output {
+  std::vector<long> values;
+  bool intact = true;
+
+  template <typename T>
+  void Take(Guarded<T>& block, std::size_t count) {
+    values.insert(values.end(), block.data(), block.data() + count);
+    intact = intact && block.Intact();
+  }
+};
+
+// The kernels of one level, and the level for what goes through the codec's own dispatch.
+struct Level {
+  KernelLevel level;
+  const Kernels* kernels;
+};
+
+Output EncodeFrames(const Level& level, const Input& input) {
+  Guarded<short> samples(input.samples);
+  Guarded<qz::uchar> frames(input.frames * kBytesPerFrame);
+  level.kernels->encodeFrames(samples.data(), input.frames, frames.data(), input.table);
+  Output output;
+  output.Take(frames, input.frames * kBytesPerFrame);
+  output.Take(samples, input.samples.size());
+  return output;
+}
+
+Output DecodeFrames(const Level& level, const Input& input) {
+  Guarded<short> history(Samples(input.samples.begin(), input.samples.begin() + kOrder));
+  Guarded<short> samples(input.frames * kSamplesPerFrame);
+  level.kernels->decodeFrames(input.encoded.data(), input.frames, history.data(), samples.data(),
+                              input.table);
+  Output output;
+  output.Take(samples, input.frames * kSamplesPerFrame);
+  output.Take(history, kOrder);
+  return output;
+}
+
+Output DesignTable(const Level& level, const Input& input) {
+  adpcm::CapKernels(level.level);
+  Guarded<short> samples(input.samples);
+  Guarded<short> table(kTableValues);
+  if (!adpcmCoefTableDesign(samples.data(), static_cast<qz::ulong>(input.samples.size()),
+                            adpcm::kTableRows, table.data(), 0, nullptr)) {
+    std::abort();
+  }
+  Output output;
+  output.Take(table, kTableValues);
+  return output;
+}
+
+struct Case {
+  const char* name;
+  Output (*run)(const Level&, const Input&);
+};
+constexpr Case kCases[] = {
+    {"encode frames", EncodeFrames},
+    {"decode frames", DecodeFrames},
+    {"design table", DesignTable},
+};
+
+// The levels of this machine, the scalar one first.
+std::vector<Level> Levels() {
+  std::vector<Level> levels;
+  for (const KernelLevel level : adpcm::kKernelLevels) {
+    if (const Kernels* kernels = adpcm::KernelsOf(level)) levels.push_back({level, kernels});
+  }
+  return levels;
+}
+
+// Prints what differs; the result is the number of kernels that do.
+int Compare(const std::vector<Level>& levels, const Input& input, std::uint64_t seed) {
+  int differing = 0;
+  for (const Case& test : kCases) {
+    const Output expected = test.run(levels[0], input);
+    for (std::size_t i = 1; i < levels.size(); ++i) {
+      const Output output = test.run(levels[i], input);
+      if (output.values == expected.values && output.intact) continue;
+      const auto at = std::mismatch(output.values.begin(), output.values.end(),
+                                    expected.values.begin(), expected.values.end());
+      std::printf("%s: %s %s at value %td of %zu\n  repeat with: kernel_check --seed %" PRIu64
+                  " --frames 1\n",
+                  levels[i].kernels->name, test.name,
+                  output.intact ? "differs" : "writes outside its output, differs",
+                  at.first - output.values.begin(), output.values.size(), seed);
+      ++differing;
+    }
+  }
+  return differing;
+}
+
+int CompareSounds(const std::vector<Level>& levels) {
+  int differing = 0;
+  for (const sounds::Sound& sound : sounds::All()) {
+    adpcm::CapKernels(KernelLevel::kScalar);
+    const qz::uint64 expected = HashStream(EncodeStream(sound.samples, sound.loopStart));
+    for (std::size_t i = 1; i < levels.size(); ++i) {
+      adpcm::CapKernels(levels[i].level);
+      if (HashStream(EncodeStream(sound.samples, sound.loopStart)) == expected) continue;
+      std::printf("%s: the stream of %s differs\n", levels[i].kernels->name, sound.name.c_str());
+      ++differing;
+    }
+  }
+  return differing;
+}
+
+int Check(std::uint64_t seed, std::uint64_t frames) {
+  const std::vector<Level> levels = Levels();
+  std::printf("seed %" PRIu64 ", %" PRIu64 " random frames, scalar against", seed, frames);
+  for (std::size_t i = 1; i < levels.size(); ++i)
+    std::printf(" %s", levels[i].kernels->name);
+  std::printf("\n");
+  int differing = CompareSounds(levels);
+  for (std::uint64_t done = 0; done < frames && differing < 10; ++seed) {
+    const Input input = Generator(seed).Next();
+    differing += Compare(levels, input, seed);
+    done += input.frames;
+  }
+  std::printf(differing == 0 ? "all the same\n" : "some differ\n");
+  return differing == 0 ? 0 : 1;
+}
+
+// Benchmarks: one run of the kernel over a whole signal.
+struct Signal {
+  const char* name;
+  Samples samples;  // history and whole frames
+  short table[kTableValues];
+  Bytes frames;
+};
+
+void RunEncode(const Level& level, Signal& signal) {
+  Samples chunk(kOrder + 1024 * kSamplesPerFrame);
+  const std::size_t step = chunk.size() - kOrder;
+  for (std::size_t done = 0; done + step < signal.samples.size(); done += step) {
+    std::copy(chunk.end() - kOrder, chunk.end(), chunk.begin());
+    std::memcpy(&chunk[kOrder], &signal.samples[done], step * sizeof(short));
+    level.kernels->encodeFrames(
+        chunk.data(), 1024, &signal.frames[done / kSamplesPerFrame * kBytesPerFrame], signal.table);
+  }
+}
+
+void RunDecode(const Level& level, Signal& signal) {
+  static Samples decoded;
+  decoded.resize(signal.samples.size());
+  short history[kOrder] = {};
+  level.kernels->decodeFrames(signal.frames.data(), signal.frames.size() / kBytesPerFrame, history,
+                              decoded.data(), signal.table);
+}
+
+void RunDesign(const Level& level, Signal& signal) {
+  adpcm::CapKernels(level.level);
+  short table[kTableValues];
+  adpcmCoefTableDesign(signal.samples.data(), static_cast<qz::ulong>(signal.samples.size()),
+                       adpcm::kTableRows, table, 0, nullptr);
+}
+
+void RunWhole(const Level& level, Signal& signal) {
+  adpcm::CapKernels(level.level);
+  auto count = static_cast<qz::ulong>(signal.samples.size());
+  _ADPCMINFO info;
+  if (adpcmEncodeSample(signal.samples.data(), &count, nullptr, nullptr, &info, nullptr) == 0) {
+    std::abort();
+  }
+  adpcmFreeEncoded(&info);
+}
+
+struct Benchmark {
+  const char* name;
+  void (*run)(const Level&, Signal&);
+};
+constexpr Benchmark kBenchmarks[] = {{"encode_frames", RunEncode},
+                                     {"decode_frames", RunDecode},
+                                     {"design_table", RunDesign},
+                                     {"whole_encode", RunWhole}};
+
+// Of this thread, so that other work on the machine counts little.
+double CpuSeconds() {
+  timespec time;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void Measure(const Benchmark& benchmark, const std::vector<Level>& levels, Signal& signal,
+             bool json, const char*& separator) {
+  constexpr int kRounds = 7;
+  std::vector<std::vector<double>> seconds(levels.size());
+  std::vector<std::vector<double>> ratios(levels.size());
+  for (int round = 0; round < kRounds; ++round) {
+    for (std::size_t i = 0; i < levels.size(); ++i) {
+      const double start = CpuSeconds();
+      benchmark.run(levels[i], signal);
+      seconds[i].push_back(CpuSeconds() - start);
+      ratios[i].push_back(seconds[0].back() / seconds[i].back());
+    }
+  }
+  for (std::size_t i = 0; i < levels.size(); ++i) {
+    const double rate = static_cast<double>(signal.samples.size()) / Median(seconds[i]);
+    const char* format = json ? "%s{\"kernel\": \"%s\", \"signal\": \"%s\", \"level\": \"%s\", "
+                                "\"samples_per_second\": %.0f, \"ratio\": %.2f}"
+                              : "%s%-15s%-14s%-10s%14.0f%8.2f\n";
+    std::printf(format, separator, benchmark.name, signal.name, levels[i].kernels->name, rate,
+                Median(ratios[i]));
+    if (json) separator = ",\n";
+  }
+}
+
+int Bench(bool json) {
+  constexpr std::size_t kLength = 40 * 1024 * kSamplesPerFrame;
+  const std::vector<Level> levels = Levels();
+  std::vector<Signal> signals = {{"music", sounds::Music(kLength, 1), {}, {}},
+                                 {"speech", sounds::Speech(kLength, 1), {}, {}},
+                                 {"noise", sounds::Noise(kLength, 32767, 1), {}, {}},
+                                 {"near_silence", sounds::Noise(kLength, 2, 1), {}, {}}};
+  const char* separator = "";
+  if (json) std::printf("[");
+  if (!json) {
+    std::printf("%-15s%-14s%-10s%14s%8s\n", "kernel", "signal", "level", "samples/s", "ratio");
+  }
+  for (Signal& signal : signals) {
+    adpcmCoefTableDesign(signal.samples.data(), kLength, adpcm::kTableRows, signal.table, 0,
+                         nullptr);
+    signal.frames.resize(kLength / kSamplesPerFrame * kBytesPerFrame);
+  }
+  for (const Benchmark& benchmark : kBenchmarks) {
+    for (Signal& signal : signals)
+      Measure(benchmark, levels, signal, json, separator);
+  }
+  if (json) std::printf("]\n");
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool bench = false;
+  bool json = false;
+  std::uint64_t seed = 1;
+  std::uint64_t frames = 1000000;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--bench") {
+      bench = true;
+    } else if (argument == "--json") {
+      json = true;
+    } else if (argument == "--seed" && i + 1 < argc) {
+      seed = std::strtoull(argv[++i], nullptr, 10);
+    } else if (argument == "--frames" && i + 1 < argc) {
+      frames = std::strtoull(argv[++i], nullptr, 10);
+    } else {
+      std::fprintf(stderr, "usage: kernel_check [--seed N] [--frames N] | --bench [--json]\n");
+      return 2;
+    }
+  }
+  return bench ? Bench(json) : Check(seed, frames);
+}
