@@ -161,18 +161,42 @@ inline Lanes MayLeaveRange(const Walk& w, const Exponent& e, Lanes room) {
   return _mm256_cmpgt_epi32(over, room);
 }
 
-enum class Outcome { kDone, kLeftRange, kNotCovered };
+// By how much the largest residuals passed the ends of the range, in steps of the unit.
+inline Lanes Clipping(const Walk& w, const Exponent& e) {
+  return _mm256_max_epi32(_mm256_sub_epi32(_mm256_and_si256(w.most, e.mask), e.top),
+                          _mm256_sub_epi32(e.bottom, _mm256_and_si256(w.least, e.mask)));
+}
 
+// Heavy clipping skips exponents, up to the highest.
+Lanes AfterClipping(Lanes eight, Lanes clipping) {
+  alignas(32) int eights[8], clippings[8];
+  _mm256_store_si256(reinterpret_cast<Lanes*>(eights), eight);
+  _mm256_store_si256(reinterpret_cast<Lanes*>(clippings), clipping);
+  for (int row = 0; row < 8; ++row) {
+    const int unit = eights[row] / 8;
+    eights[row] *= 2;
+    for (int k = clippings[row] / unit + 8; k > 256 && eights[row] < 1 << 26; k >>= 1) {
+      eights[row] *= 2;
+    }
+  }
+  return _mm256_load_si256(reinterpret_cast<const Lanes*>(eights));
+}
+
+// Encodes the frame by every row. Without kClamp false where a restored sample may have left 16
+// bits. `leaves` tells whether that is so.
 template <bool kClamp>
-inline Outcome EncodeRows(Lanes eight, const Walk& start, Lanes room, const Table& table,
-                          const short* input, const int* scaled, Trace* trace, Best& best) {
+inline bool EncodeRows(Lanes eight, const Walk& start, Lanes room, const Table& table,
+                       const short* input, const int* scaled, Trace* trace, Best& best,
+                       bool& leaves) {
   const Lanes highest = Set(2048 << 12);
   const Lanes rowNumber = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
   best.open = Set(-1);
-  for (int pass = 0; pass < kMaxPasses; ++pass, trace += 2) {
+  leaves = false;
+  for (int pass = 0;; ++pass, trace += 2) {
     const Exponent ea = MakeExponent(eight);
     const Exponent eb = MakeExponent(_mm256_add_epi32(eight, eight));
-    if (!kClamp && Any(_mm256_cmpgt_epi32(eb.unit, room))) return Outcome::kLeftRange;
+    leaves = leaves || Any(_mm256_cmpgt_epi32(eb.unit, room));
+    if (!kClamp && leaves) return false;
     Walk a = start;
     a.error = _mm256_setzero_si256();
     Walk b = a;
@@ -182,15 +206,21 @@ inline Outcome EncodeRows(Lanes eight, const Walk& start, Lanes room, const Tabl
     const Lanes lastA = _mm256_cmpeq_epi32(ea.unit, highest);
     const Lanes lastB = _mm256_cmpeq_epi32(eb.unit, highest);
     const Lanes openA = _mm256_andnot_si256(lastA, clippedA);
-    const Lanes openB = _mm256_and_si256(openA, _mm256_andnot_si256(lastB, clippedB));
-    if (!kClamp &&
-        Any(_mm256_and_si256(best.open,
-                             _mm256_or_si256(MayLeaveRange(a, ea, room),
-                                             _mm256_and_si256(openA, MayLeaveRange(b, eb, room))))))
-      return Outcome::kLeftRange;
-    const Lanes skips = _mm256_or_si256(_mm256_and_si256(openA, SkipsExponents(a, ea)),
-                                        _mm256_and_si256(openB, SkipsExponents(b, eb)));
-    if (Any(_mm256_and_si256(skips, best.open))) return Outcome::kNotCovered;
+    Lanes openB = _mm256_and_si256(openA, _mm256_andnot_si256(lastB, clippedB));
+    leaves = leaves ||
+             Any(_mm256_and_si256(
+                 best.open, _mm256_or_si256(MayLeaveRange(a, ea, room),
+                                            _mm256_and_si256(openA, MayLeaveRange(b, eb, room)))));
+    if (!kClamp && leaves) return false;
+
+    Lanes next = _mm256_slli_epi32(eight, 2);
+    const Lanes skipA = _mm256_and_si256(openA, SkipsExponents(a, ea));
+    const Lanes skipB = _mm256_and_si256(openB, SkipsExponents(b, eb));
+    if (Any(_mm256_and_si256(_mm256_or_si256(skipA, skipB), best.open))) {
+      openB = _mm256_or_si256(openB, skipA);
+      next = AfterClipping(Select(_mm256_add_epi32(eight, eight), eight, skipA),
+                           Select(Clipping(b, eb), Clipping(a, ea), skipA));
+    }
     Best found;
     found.key = Select(a.error, b.error, openA);
     found.key = _mm256_or_si256(_mm256_slli_epi32(found.key, 3), rowNumber);
@@ -210,11 +240,10 @@ inline Outcome EncodeRows(Lanes eight, const Walk& start, Lanes room, const Tabl
       best.inexact = Select(best.inexact, found.inexact, best.open);
       best.open = _mm256_and_si256(best.open, openB);
     }
-    if (!Any(best.open)) return Outcome::kDone;
+    if (!Any(best.open)) return true;
     // Lanes that are done go on beside the others, at exponents that stay in range.
-    eight = Select(eight, _mm256_slli_epi32(eight, 2), best.open);
+    eight = Select(eight, next, best.open);
   }
-  return Outcome::kNotCovered;
 }
 
 // Smallest of the 8 lanes, in all of them
@@ -477,6 +506,7 @@ void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, cons
   Prepare(input, table, inputs[0]);
   Winner winner;
   bool pending = false;
+  bool loud = false;
   for (std::size_t i = 0; i < count; ++i, input += kFrameSize, frames += 8) {
     Walk start;
     const Input& frame = inputs[i % 2];
@@ -498,28 +528,24 @@ void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, cons
       }
     }
 
-    Best best;
-    Outcome outcome =
-        EncodeRows<false>(eight, start, frame.room, table, input, frame.scaled, trace, best);
-    if (outcome == Outcome::kLeftRange) {
-      outcome = EncodeRows<true>(eight, start, frame.room, table, input, frame.scaled, trace, best);
+    Best best = {zero, zero, zero, zero, zero, zero};
+    bool leaves = loud;
+    if (loud || !EncodeRows<false>(eight, start, frame.room, table, input, frame.scaled, trace,
+                                   best, leaves)) {
+      EncodeRows<true>(eight, start, frame.room, table, input, frame.scaled, trace, best, leaves);
     }
-    pending = outcome == Outcome::kDone;
-    if (pending) {
-      const Lanes key = Smallest(best.key);
-      history = _mm256_permutevar8x32_epi32(best.last, key);
-      winner.row = _mm256_cvtsi256_si32(key) & 7;
-      alignas(32) int inexact[8];
-      _mm256_store_si256(reinterpret_cast<Lanes*>(winner.slots), best.slot);
-      _mm256_store_si256(reinterpret_cast<Lanes*>(winner.units), best.unit);
-      _mm256_store_si256(reinterpret_cast<Lanes*>(inexact), best.inexact);
-      if (inexact[winner.row] != 0) {
-        winner.row = ExactBest(trace, winner.slots, input);
-        history = Set(trace[winner.slots[winner.row]].restored[6][winner.row]);
-      }
-    } else {
-      EncodeFramesScalar(input - 2, 1, frames, coefs);
-      history = Broadcast(input + 12);
+    loud = leaves;
+    pending = true;
+    const Lanes key = Smallest(best.key);
+    history = _mm256_permutevar8x32_epi32(best.last, key);
+    winner.row = _mm256_cvtsi256_si32(key) & 7;
+    alignas(32) int inexact[8];
+    _mm256_store_si256(reinterpret_cast<Lanes*>(winner.slots), best.slot);
+    _mm256_store_si256(reinterpret_cast<Lanes*>(winner.units), best.unit);
+    _mm256_store_si256(reinterpret_cast<Lanes*>(inexact), best.inexact);
+    if (inexact[winner.row] != 0) {
+      winner.row = ExactBest(trace, winner.slots, input);
+      history = Set(trace[winner.slots[winner.row]].restored[6][winner.row]);
     }
   }
   if (quiet) WriteOutQuiet(quietTrace, winner.row, input - kFrameSize, frames - 8);
