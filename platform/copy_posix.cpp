@@ -93,11 +93,12 @@ int CopyRange(int source, int target, off_t at, off_t end) {
   while (at < end) {
     off_t from = at;
     off_t to = at;
-    const ssize_t moved =
-        copy_file_range(source, &from, target, &to, static_cast<std::size_t>(end - at), 0);
+    const std::size_t wanted = std::min(static_cast<std::size_t>(end - at), kLargePiece);
+    const ssize_t moved = copy_file_range(source, &from, target, &to, wanted, 0);
     if (moved < 0 && errno == EINTR) continue;
     if (moved < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EIO)) return errno;
     if (moved <= 0) break;
+    PieceWritten(target, static_cast<std::size_t>(moved));
     at += moved;
   }
   if (at >= end) return 0;

@@ -118,6 +118,10 @@ int OpenNative(const std::string& native, int flags, mode_t mode) {
   return fd;
 }
 
+void PieceWritten(int fd, std::size_t size) {
+  if (size == kLargePiece) sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 bool LockOpenFile(int fd, bool alone) {
   int kind = alone ? LOCK_EX : LOCK_SH;
   for (;;) {
@@ -189,7 +193,7 @@ namespace posix = platform::posix;
 
 namespace {
 
-// One read or write of the kernel moves no more than this.
+// One read of the kernel moves no more than this.
 constexpr std::size_t kMaxTransfer = 0x40000000;
 
 DWORD GiveAllOnes(DWORD error) {
@@ -269,7 +273,7 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, OVERLAPPE
   const auto* at = static_cast<const char*>(buffer);
   std::size_t left = count;
   do {
-    const ssize_t moved = write(fd, at, std::min(left, kMaxTransfer));
+    const ssize_t moved = write(fd, at, std::min(left, posix::kLargePiece));
     if (moved < 0) {
       if (errno == EINTR) continue;
       if (errno == EBADF) return posix::Fail(ERROR_ACCESS_DENIED);  // open for reading only
@@ -279,6 +283,7 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, OVERLAPPE
       posix::handleStates[fd].store(posix::kOpen, std::memory_order_relaxed);
       posix::MarkArchive(fd);
     }
+    posix::PieceWritten(fd, static_cast<std::size_t>(moved));
     at += moved;
     left -= static_cast<std::size_t>(moved);
     if (done != nullptr) *done += static_cast<DWORD>(moved);

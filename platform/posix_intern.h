@@ -80,6 +80,12 @@ class Descriptor {
 // open(2) that survives signals and never leaks into a child; errno on failure.
 int OpenNative(const std::string& native, int flags, mode_t mode = 0);
 
+// Large files are written in pieces of this size, each of which is sent on its way to the disk at
+// once, without a wait: the disk works while the next piece is made, and a sync that follows (no
+// save goes without) finds most of the file there.
+constexpr std::size_t kLargePiece = 0x1000000;
+void PieceWritten(int fd, std::size_t size);
+
 // Takes the lock that stands for an open: alone, or together with others that share. False where
 // another open file is in the way. File systems without locks have no sharing rules.
 bool LockOpenFile(int fd, bool alone);
