@@ -346,6 +346,8 @@ int RunCommandLine(int argc, char** argv) {
   line.context.progress = ::isatty(STDERR_FILENO) != 0;
   app.add_option("--library", line.context.library,
                  "path of the SampleData library (SampleData.so beside this program)");
+  app.add_flag("!--no-sync", line.context.sync,
+               "do not wait for the disk when saving: faster, but a power cut may then cost files");
   AddNew(app, line);
   AddSharedVerbs(app, line);
   AddOpen(app, line);

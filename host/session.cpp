@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <system_error>
 
 #include "diskio/diskio.h"
+#include "host/durable.h"
 #include "host/failure.h"
 #include "host/paths.h"
 #include "host/stored_node.h"
@@ -130,6 +132,7 @@ void Session::Create(const std::string& libraryPath, const NewDatabase& wanted) 
   // SQLite has no open transaction: the file is whole, and its name is no matter to it.
   file.Commit();
   folder.Keep();
+  SyncToDisk({native, NativePath(session.folder_)});
 }
 
 void Session::MakeTree() {
@@ -176,12 +179,14 @@ void Session::LoadSample(const StoredNode& stored) {
 
 void Session::Save() {
   database_.Begin();
+  written_.clear();
   try {
     SaveSetup();
     for (const auto& node : root_.samples())
       SaveNode(*node);
     for (const std::int64_t id : root_.deletedIds)
       database_.DeleteNode(id);
+    if (durable_) SyncChanged();
     database_.Commit();
   } catch (...) {
     database_.Rollback();
@@ -228,6 +233,24 @@ void Session::SaveNode(Node& node) {
   if (stream.bytes() == node.stored) return;
   database_.WritePayload(node.row().id, stream.bytes());
   node.stored = stream.bytes();
+  if (node.kind() == NodeKind::kSample) written_.push_back(&node);
+}
+
+void Session::SyncChanged() const {
+  std::set<std::string> paths{NativePath(folder_)};
+  for (const Node* node : written_) {
+    const auto samples = ReadStoredSamples(node->stored);
+    if (!samples) throw Failure(fmt::format("Node \"{}\" cannot be read back.", node->name()));
+    for (const StoredSample& sample : *samples) {
+      const std::string raw = Expand(folder_, sample.fileName.c_str());
+      const std::string nodeFolder = NativePath(FolderOf(raw));
+      paths.insert(NativePath(raw));
+      paths.insert(NativePath(EncodedPathOf(raw)));
+      paths.insert(nodeFolder);
+      paths.insert(std::filesystem::path(nodeFolder).parent_path());
+    }
+  }
+  if (!written_.empty()) SyncToDisk(paths);
 }
 
 MemoryStream::Bytes Session::PayloadOf(Node& node) {

@@ -67,8 +67,10 @@ class Session {
   // Takes (and makes) the folder for new samples. `native` is relative to the database's folder.
   void SetSampleFolder(const std::string& native);
 
-  // Saves everything or, with a Failure, nothing.
+  // Saves everything or, with a Failure, nothing. The files of nodes that changed are on the disk
+  // before the database names them, unless the user has no need of that.
   void Save();
+  void set_durable(bool durable) { durable_ = durable; }
 
   // Takes the last step back and tells what it was. Failure while the last save stands half: the
   // library would take files of the committed database for files that nobody needs.
@@ -100,6 +102,7 @@ class Session {
   void LoadSample(const StoredNode& stored);
   void SaveSetup();
   void SaveNode(Node& node);
+  void SyncChanged() const;
   void ForgetWritten();
   void DropHandedOver();
   void MakeTree();
@@ -116,6 +119,8 @@ class Session {
   Root root_;
   std::int64_t nextId_ = 1;
   std::vector<std::string> handedOver_;  // full paths of raw files of workers; no save covers them
+  std::vector<const Node*> written_;     // nodes whose payload the running save has written
+  bool durable_ = true;
   bool setupRunsAhead_ = false;  // the setup's save stands, and no whole save behind it does
 };
 

@@ -126,6 +126,7 @@ void CheckImport(Session& session, const ImportArguments& arguments, std::size_t
 Session& Open(const Context& context) {
   if (context.session != nullptr) return *context.session;
   context.opened = std::make_unique<Session>(context.library, FullPath(context.database));
+  context.opened->set_durable(context.sync);
   return *context.opened;
 }
 

@@ -32,6 +32,7 @@ struct Context {
 
   Session* session = nullptr;               // the open session of a user; null on the command line
   mutable std::unique_ptr<Session> opened;  // what a verb of the command line opened
+  bool sync = true;                         // a save waits for the disk
 };
 
 // The session that a verb works on, opened where it is not.
