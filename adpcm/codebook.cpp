@@ -5,6 +5,9 @@
 namespace adpcm {
 namespace {
 
+// Farther than any real distance.
+constexpr double kStartOfMinimumSearch = 1e30;
+
 int NearestRow(double* const* codebook, int order, int n_entries, const double* frame) {
   double least = kStartOfMinimumSearch;
   int nearest = 0;

@@ -8,9 +8,6 @@
 
 namespace adpcm {
 
-// Farther than any real distance.
-inline constexpr double kStartOfMinimumSearch = 1e30;
-
 // Doubles the codebook: row i + n_entries is row i moved by delta * dir. Rows 0 to n_entries - 1
 // stay. `dir` has order + 1 places; `codebook` must have room for 2 * n_entries rows.
 void split(double** codebook, const double* dir, int order, int n_entries, double delta);

@@ -1,25 +1,34 @@
 // The arithmetic of the design kernels, for any number of lanes. Only the kernel files include
 // this, each in its own width; all of it has internal linkage, so that no copy made for a wide
-// instruction set serves anyone else. Of the including file it wants:
+// instruction set serves anyone else. Of the including file it wants
 //
-//   kLanes, Doubles, Mask     lanes of a register, vectors of so many doubles and 64-bit integers
-//   Correlate                 the sums of sample products of a group
-//   kLaneOf[], Deinterleave   kLanes training rows as vectors of r1 and r2, row i in lane
-//   kLaneOf[i] Interleave                the reverse, lane i to pair i Repeat                    a
-//   training row in all places of a vector
+// - kLanes, and vectors of so many doubles and 64-bit integers, Doubles and Mask; Pair, of two;
+// - Correlate: the sums of sample products of a group;
+// - Deinterleave: kLanes training rows as vectors of r1 and r2, in any order of the rows, and
+//   InOrder: the order of the rows for what is computed from them;
+// - Interleave: a pair from each lane of two vectors; Repeat: a training row in all places of one;
+// - Bits: a bit from each lane of a mask.
 //
 // Why the bits are the scalar's:
+//
 // - A product of two samples and a sum of 14 such are integers far below 2^53: exact in any order
-//   and in any representation. Everything else keeps the scalar's operands and order per lane;
-//   vector division, multiplication and addition round as the scalar ones do.
+//   and in any representation. Everything else keeps the scalar's operands and order per lane, and
+//   vectors round as scalars do.
 // - The equations are solved for the negated taps: rounding to nearest is symmetric, so each
 //   intermediate is the scalar's with the other sign. Tests of magnitude do not see it, and a zero
-//   of the wrong sign gets lost in the sums that give r1 and r2, which start at +0.0.
+//   of the wrong sign gets lost in the sums that give r1 and r2, which start at +0.0. For the same
+//   reason lubksb's shortcut for a right-hand side that starts with 0 is not needed.
 // - The scalar tests for rows and pivots of 0 early. A lane goes on with infinities and NaN
 //   instead, until the spread of the pivots, judged by a comparison that NaN fails, turns it away.
+//   The 1e10 where the scalar starts to look for the smallest pivot decides nothing: two pivots
+//   beyond it are at most 2 * 14 * 2^30, far from any spread that counts.
+// - The distance r0 * ra0 + 2 r1 * ra1 + 2 r2 * ra2 is summed from the left, with r0 = 1; a factor
+//   of 2 moves between the operands of a product without changing it.
+// - Clipped reflection coefficients keep r1, r2 and the taps of the codebook small, so a distance
+//   is never NaN nor near the 1e30 where the scalar search starts, and the search may start at row
+//   0.
 // - The sum of a cell starts at +0.0, so it is never -0.0, and adding +0.0 for the training rows of
 //   the other cells changes no bit.
-#include "adpcm/codebook.h"
 #include "adpcm/design.h"
 #include "adpcm/design_kernels.h"
 #include "adpcm/estimate.h"
@@ -38,7 +47,7 @@ struct Correlations {
 };
 
 Doubles Splat(double value) {
-  return value - Doubles{};
+  return value - Doubles{};  // not a sum, which would lose the sign of -0.0
 }
 
 Doubles Load(const double* values) {
@@ -97,9 +106,7 @@ void Eliminate(const Correlations& c, int frame, Triangles& to) {
 
   const Doubles pivotSize = Magnitude(pivot);
   const Doubles lastSize = Magnitude(last);
-  const Doubles start = Splat(kLargestSmallPivot);
-  Doubles smallest = pivotSize < start ? pivotSize : start;
-  smallest = lastSize < smallest ? lastSize : smallest;
+  const Doubles smallest = lastSize < pivotSize ? lastSize : pivotSize;
   const Doubles largest = lastSize > pivotSize ? lastSize : pivotSize;
   const Mask usable =
       (Load(c.c00 + frame) > kSilentEnergy) & (smallest / largest >= kSmallestPivotRatio);
@@ -263,7 +270,7 @@ class Pass {
     nearest = closer ? Mask{} + row : nearest;
   }
 
-  Doubles ra[kRows][3];
+  Doubles ra[kRows][3];              // ra0, 2 * ra1, 2 * ra2
   Mask owner[kRows][kVectors] = {};  // ones in the two places of the row
   int counts[kRows] = {};
   double sums[kRows][2];

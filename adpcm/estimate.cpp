@@ -35,7 +35,7 @@ void Reduce(double** a, int i, int j, int terms) {
 }
 
 bool NearlySingular(double** a, int n) {
-  double smallest = kLargestSmallPivot;
+  double smallest = 1e10;
   double largest = 0.0;
   for (int i = 1; i <= n; ++i) {
     const double magnitude = std::fabs(a[i][i]);

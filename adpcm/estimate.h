@@ -26,9 +26,7 @@ inline constexpr int kMaxModelOrder = 8;
 inline constexpr double kReflectionLimit = 0.9999999999;
 
 // Pivots whose spread, smallest by largest, is below this make a system nearly singular for lud.
-// The search for the smallest starts at a number that pivots can exceed.
 inline constexpr double kSmallestPivotRatio = 1e-10;
-inline constexpr double kLargestSmallPivot = 1e10;
 
 // Right-hand side of the normal equations: a[i] = -sum of in[n - i] * in[n], i = 0 to order, over
 // the `length` samples at `in_buffer`. a[0] is minus the energy. The `order` samples in front of
