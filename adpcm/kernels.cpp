@@ -10,10 +10,10 @@ namespace adpcm {
 namespace {
 
 constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar, nullptr};
-constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesScalar,
+constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesAhead,
                                       &kDesignPortable};
 #if defined(__x86_64__)
-constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesScalar, &kDesignAvx2};
+constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesAhead, &kDesignAvx2};
 #endif
 
 std::atomic<KernelLevel> cap{KernelLevel::kAvx2};
