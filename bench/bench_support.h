@@ -28,6 +28,27 @@ namespace fs = std::filesystem;
   std::exit(1);
 }
 
+// [--json] SAMPLEHOST [ROUNDS]
+struct Arguments {
+  Arguments(int argc, char** argv, const char* usage) {
+    std::vector<std::string> words;
+    for (int i = 1; i < argc; ++i) {
+      if (std::string(argv[i]) == "--json") {
+        json = true;
+      } else {
+        words.emplace_back(argv[i]);
+      }
+    }
+    if (words.size() > 1) rounds = std::atoi(words[1].c_str());
+    if (words.empty() || rounds < 1) Fail(std::string("usage: ") + usage);
+    host = words[0];
+  }
+
+  bool json = false;
+  std::string host;
+  int rounds = 5;
+};
+
 template <class Work>
 double Milliseconds(Work work) {
   const auto start = std::chrono::steady_clock::now();
@@ -139,7 +160,9 @@ inline void Prepare(const std::string& target) {
   sync();
 }
 
-// A mono sound of 16 bits and 32000 Hz: tones that come and go in noise, `bytes` of samples.
+inline constexpr std::uint32_t kWavRate = 32000;
+
+// A mono sound of 16 bits and kWavRate Hz: tones that come and go in noise, `bytes` of samples.
 inline void MakeWav(const std::string& path, std::uint32_t bytes) {
   std::ofstream file(path, std::ios::binary);
   const auto number = [&](std::uint32_t value, int size) {
@@ -152,8 +175,8 @@ inline void MakeWav(const std::string& path, std::uint32_t bytes) {
   number(16, 4);
   number(1, 2);
   number(1, 2);
-  number(32000, 4);
-  number(64000, 4);
+  number(kWavRate, 4);
+  number(2 * kWavRate, 4);
   number(2, 2);
   number(16, 2);
   file << "data";

@@ -3,8 +3,6 @@
 // one run. Peak memory is that of the process.
 //
 //   import_bench [--json] SAMPLEHOST [ROUNDS]      TMPDIR: where the files go
-#include <cstring>
-
 #include "adpcm/adpcm.h"
 #include "audio/audio.h"
 #include "bench/bench_support.h"
@@ -137,21 +135,10 @@ void PrintJson(const Results& results) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool json = false;
-  std::vector<std::string> arguments;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--json") == 0)
-      json = true;
-    else
-      arguments.emplace_back(argv[i]);
-  }
-  const int rounds = arguments.size() > 1 ? std::atoi(arguments[1].c_str()) : 5;
-  if (arguments.empty() || rounds < 1) {
-    bench::Fail("usage: import_bench [--json] SAMPLEHOST [ROUNDS]");
-  }
+  const bench::Arguments arguments(argc, argv, "import_bench [--json] SAMPLEHOST [ROUNDS]");
   Results results;
-  Measure(arguments[0], rounds, results);
-  if (json)
+  Measure(arguments.host, arguments.rounds, results);
+  if (arguments.json)
     PrintJson(results);
   else
     Print(results);
