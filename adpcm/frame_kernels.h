@@ -10,6 +10,7 @@ namespace adpcm {
 
 void EncodeFramesScalar(short* samples, std::size_t count, qz::uchar* frames, const short* table);
 void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, const short* table);
+void EncodeFramesPortable(short* samples, std::size_t count, qz::uchar* frames, const short* table);
 void DecodeFramesScalar(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                         const short* table);
 void DecodeFramesAhead(const qz::uchar* frames, std::size_t count, short* history, short* samples,

@@ -10,7 +10,7 @@ namespace adpcm {
 namespace {
 
 constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar, nullptr};
-constexpr Kernels kPortableKernels = {"portable", EncodeFramesScalar, DecodeFramesAhead,
+constexpr Kernels kPortableKernels = {"portable", EncodeFramesPortable, DecodeFramesAhead,
                                       &kDesignPortable};
 #if defined(__x86_64__)
 constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesAhead, &kDesignAvx2};
