@@ -48,7 +48,7 @@ void Correlate(const short* samples, Correlations& block, int frame);
 }  // namespace
 }  // namespace adpcm
 
-#include "adpcm/design_lanes.h"
+#include "adpcm/design_lanes.inc"
 
 namespace adpcm {
 namespace {
@@ -114,7 +114,7 @@ inline __attribute__((always_inline)) __m256i LoadHalves(const short* frame, con
 // Four pairs of neighbouring samples from each of 8 frames, a pair a vector. The frames lie in the
 // lanes so that FromHalves gives them in order.
 inline __attribute__((always_inline)) void LoadPairs(const short* samples, __m256i* pairs) {
-  const auto frame = [samples](unsigned i) { return samples + i * kSamplesPerFrame; };
+  const auto frame = [samples](qz::uint64 i) { return samples + i * kSamplesPerFrame; };
   const __m256i a = LoadHalves(frame(0), frame(2));
   const __m256i b = LoadHalves(frame(1), frame(3));
   const __m256i c = LoadHalves(frame(4), frame(6));

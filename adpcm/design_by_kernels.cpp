@@ -11,8 +11,6 @@
 namespace adpcm {
 namespace {
 
-constexpr qz::uint64 kGroupSamples = kDesignGroup * kSamplesPerFrame;
-
 struct TrainingSet {
   HeapBlock<TrainingRow> rows;
   qz::uint64 count = 0;

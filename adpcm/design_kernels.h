@@ -18,6 +18,7 @@ struct TrainingRow {
 
 // Frames come to the kernels in groups, as many as the widest kernel takes at once.
 inline constexpr int kDesignGroup = 8;
+inline constexpr qz::uint64 kGroupSamples = qz::uint64{kDesignGroup} * kSamplesPerFrame;
 // The most codebook rows that a kernel takes.
 inline constexpr int kDesignRows = 8;
 

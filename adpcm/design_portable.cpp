@@ -38,14 +38,14 @@ void Correlate(const short* samples, Correlations& block, int frame);
 }  // namespace
 }  // namespace adpcm
 
-#include "adpcm/design_lanes.h"
+#include "adpcm/design_lanes.inc"
 
 namespace adpcm {
 namespace {
 
 void Correlate(const short* samples, Correlations& block, int frame) {
   for (int end = frame + kDesignGroup; frame < end; ++frame, samples += kSamplesPerFrame) {
-    const auto product = [samples](int i, int j) { return qz::int64{samples[i] * samples[j]}; };
+    const auto product = [samples](int i, int j) { return qz::int64{samples[i]} * samples[j]; };
     qz::int64 energy = 0, lag1 = 0, lag2 = 0;
     for (int n = 0; n < static_cast<int>(kSamplesPerFrame); ++n) {
       energy += product(n, n);

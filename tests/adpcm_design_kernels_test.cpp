@@ -20,11 +20,11 @@ using adpcm::Cell;
 using adpcm::kDesignGroup;
 using adpcm::kDesignRows;
 using adpcm::KernelLevel;
+using adpcm::kGroupSamples;
 using adpcm::TrainingRow;
 using sounds::Samples;
 
 constexpr std::size_t kHistory = adpcm::kOrder;
-constexpr std::size_t kGroupSamples = kDesignGroup * adpcm::kSamplesPerFrame;
 constexpr TrainingRow kGuard = {12345.0, -6789.0};
 
 template <typename T>
