@@ -57,6 +57,17 @@ double Milliseconds(Work work) {
       .count();
 }
 
+inline double AsMilliseconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
+}
+
+// User CPU time of this process so far.
+inline double UserMilliseconds() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  return AsMilliseconds(used.ru_utime);
+}
+
 // Repeats of one measurement.
 class Series {
  public:
@@ -87,6 +98,7 @@ class Series {
 struct Cost {
   double wall = 0;  // ms, start and end of the process included
   double cpu = 0;   // ms, user and system
+  double user = 0;  // ms, user alone
   double peak = 0;  // bytes of resident memory
 };
 
@@ -106,10 +118,8 @@ Cost InChild(Work work) {
     int status = 0;
     if (wait4(child, &status, 0, &used) != child || status != 0) Fail("a measured process failed");
   });
-  const auto ms = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
-  };
-  cost.cpu = ms(used.ru_utime) + ms(used.ru_stime);
+  cost.user = AsMilliseconds(used.ru_utime);
+  cost.cpu = cost.user + AsMilliseconds(used.ru_stime);
   cost.peak = static_cast<double>(used.ru_maxrss) * 1024;
   return cost;
 }
@@ -162,9 +172,8 @@ inline void Prepare(const std::string& target) {
 
 inline constexpr std::uint32_t kWavRate = 32000;
 
-// A mono sound of 16 bits and kWavRate Hz: tones that come and go in noise, `bytes` of samples.
-inline void MakeWav(const std::string& path, std::uint32_t bytes) {
-  std::ofstream file(path, std::ios::binary);
+// The head of a mono WAV of 16 bits and kWavRate Hz with `bytes` of samples behind it.
+inline void WriteWavHead(std::ofstream& file, std::uint32_t bytes) {
   const auto number = [&](std::uint32_t value, int size) {
     for (; size > 0; --size, value >>= 8)
       file.put(static_cast<char>(value & 0xFF));
@@ -181,7 +190,19 @@ inline void MakeWav(const std::string& path, std::uint32_t bytes) {
   number(16, 2);
   file << "data";
   number(bytes, 4);
+}
 
+inline void WriteWav(const std::string& path, const std::vector<short>& samples) {
+  std::ofstream file(path, std::ios::binary);
+  const auto bytes = static_cast<std::uint32_t>(samples.size() * sizeof(short));
+  WriteWavHead(file, bytes);
+  file.write(reinterpret_cast<const char*>(samples.data()), bytes);
+}
+
+// Tones that come and go in noise, `bytes` of samples.
+inline void MakeWav(const std::string& path, std::uint32_t bytes) {
+  std::ofstream file(path, std::ios::binary);
+  WriteWavHead(file, bytes);
   std::minstd_rand random(7);
   double y1 = 0, y2 = 0;
   std::vector<std::int16_t> block(32768);
