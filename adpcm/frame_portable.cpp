@@ -4,11 +4,14 @@
 // badly where the processor has none. Each lane is at an exponent of its own and everything
 // happens in whole numbers. With x = in * 2048 - prediction and D = 2048 << exponent,
 //
-//   |residual| * D = (|x| + half) & ~(D - 1),  half = ((2^exponent - 1) / 2) * 2048
+//   residual * D = (x + half) & -D               for x of 0 and more,
+//   residual * D = (x + half + below) & -D       below it,
 //
-// is the scalar code's rounding: |x| / 2048 is cut to a whole number, so adding a whole number of
-// 2048s first changes nothing, and the bits below D are what the division by 2^exponent drops. The
-// half is that of an odd number, so exact halves go down, toward zero.
+// with half = ((2^exponent - 1) / 2) * 2048 and below = min(D, 4096) - 1, is the scalar code's
+// rounding. Upwards, x / 2048 is cut to a whole number, to which whole 2048s may be added first,
+// and the bits below D are what the division by 2^exponent drops; the half is that of an odd
+// number, so exact halves go down. Below zero everything is mirrored, and to cut toward zero is to
+// add D - 1 - 2 * half before it. Where only x + half is not negative both give 0.
 //
 // A lane whose pass was accepted repeats it, and with it the result, until all lanes are done.
 #include <bit>
@@ -60,49 +63,98 @@ void Store(int* values, Lanes lanes) {
   std::memcpy(values, &lanes, sizeof lanes);
 }
 
-// Four rows of the table, and the prediction from two samples of 16 bits each.
+// The last two samples of four rows, and what the rows predict from them.
 #if defined(__SSE2__)
 struct Predictor {
-  Lanes pair;  // previous in the low half of a lane, earlier in the high one
+  __m128i pair;  // the weight of the sample before in the low half of a lane
 
-  Predictor(const int* previous, const int* earlier) : pair(Join(Load(previous), Load(earlier))) {}
-  static Lanes Join(Lanes low, Lanes high) { return (low & 0xFFFF) | (high << 16); }
-  Lanes operator()(Lanes previous, Lanes earlier) const {
-    return reinterpret_cast<Lanes>(_mm_madd_epi16(
-        reinterpret_cast<__m128i>(Join(previous, earlier)), reinterpret_cast<__m128i>(pair)));
+  Predictor(const int* previous, const int* earlier) {
+    const Lanes both = (Load(previous) & 0xFFFF) | (Load(earlier) << 16);
+    pair = reinterpret_cast<__m128i>(both);
   }
 };
+
+class History {
+ public:
+  History(int previous, int earlier)
+      : last_(_mm_set1_epi16(static_cast<short>(previous))),
+        pair_(_mm_set1_epi32((previous & 0xFFFF) | (earlier * 65536))) {}
+  Lanes Predict(const Predictor& predictor) const {
+    return reinterpret_cast<Lanes>(_mm_madd_epi16(pair_, predictor.pair));
+  }
+  // Adds a sample, clamped to 16 bits, and returns it so.
+  Lanes Push(Lanes sample) {
+    const __m128i wide = reinterpret_cast<__m128i>(sample);
+    const __m128i narrow = _mm_packs_epi32(wide, wide);
+    pair_ = _mm_unpacklo_epi16(narrow, last_);
+    last_ = narrow;
+    return reinterpret_cast<Lanes>(pair_) << 16 >> 16;
+  }
+
+ private:
+  __m128i last_, pair_;
+};
+
+// Of a value of 16 bits.
+Lanes Square(Lanes value) {
+  const __m128i low = reinterpret_cast<__m128i>(value & 0xFFFF);
+  return reinterpret_cast<Lanes>(_mm_madd_epi16(low, low));
+}
 #else
 struct Predictor {
   Lanes c0, c1;
 
   Predictor(const int* previous, const int* earlier) : c0(Load(previous)), c1(Load(earlier)) {}
-  Lanes operator()(Lanes previous, Lanes earlier) const { return previous * c0 + earlier * c1; }
 };
+
+class History {
+ public:
+  History(int previous, int earlier) : previous_(All(previous)), earlier_(All(earlier)) {}
+  Lanes Predict(const Predictor& predictor) const {
+    return previous_ * predictor.c0 + earlier_ * predictor.c1;
+  }
+  Lanes Push(Lanes sample) {
+    earlier_ = previous_;
+    previous_ = Max(Min(sample, All(32767)), All(-32768));
+    return previous_;
+  }
+
+ private:
+  Lanes previous_, earlier_;
+};
+
+Lanes Square(Lanes value) {
+  return reinterpret_cast<Lanes>(reinterpret_cast<Unsigned>(value) *
+                                 reinterpret_cast<Unsigned>(value));
+}
 #endif
 
-// What a pass makes of the frame, by row.
+// What passes make of the frame, by row.
 struct Trace {
   int restored[kFrameSize][kRows];
-  int quantum[kFrameSize][kRows];         // times D
-  int errorLow[kRows], errorHigh[kRows];  // of the squared errors: bits 0 to 15, and those above
-  int most[kRows];                        // the largest |residual| before clipping, that of -9 as 8
+  int quantum[kFrameSize][kRows];  // times D
+  int error[kRows];                // squared, where the clipping is at most 1
+  int clip[kRows];                 // the largest clipping, times D
 };
 
-// The residual of largest magnitude when the input predicts itself, the first among equals.
-Lanes LargestOpenLoopResidual(const int* in, const Predictor& predict) {
-  Lanes largest = {};
-  Lanes magnitude = {};
+// The largest open-loop residual and the smallest, at least and at most 0.
+struct Extremes {
+  int most[kRows], least[kRows];
+};
+
+// The division of the prediction rounds toward zero, where the closed loop's shift rounds down.
+void FindExtremes(const int* in, const Predictor& predictor, int first, Extremes& extremes) {
+  Lanes most = {};
+  Lanes least = {};
   for (int j = 0; j < kFrameSize; ++j) {
-    const Lanes predicted = predict(All(in[j + 1]), All(in[j]));
+    const Lanes predicted = History(in[j + 1], in[j]).Predict(predictor);
     const Lanes towardZero = (predicted + ((predicted >> 31) & 2047)) >> 11;
-    const Lanes residual = Max(Min(in[j + 2] - towardZero, All(32767)), All(-32768));
-    const Lanes absolute = Max(residual, -residual);
-    const Lanes larger = absolute > magnitude;
-    largest = Select(larger, residual, largest);
-    magnitude = Select(larger, absolute, magnitude);
+    const Lanes residual = in[j + 2] - towardZero;
+    most = Max(most, residual);
+    least = Min(least, residual);
   }
-  return largest;
+  Store(extremes.most + first, Min(most, All(32767)));
+  Store(extremes.least + first, Max(least, All(-32768)));
 }
 
 // One below the exponent at which the residual would fit.
@@ -114,63 +166,80 @@ int FirstExponent(int residual) {
   return halvings > 0 ? halvings - 1 : 0;
 }
 
-// One pass over the frame by four rows, each at the exponent of its `unit` D.
+// Whether the residual of magnitude `largest`, which the row has with both signs, comes first with
+// the negative one.
+bool NegativeComesFirst(const int* in, int c0, int c1, int largest) {
+  for (int j = 0; j < kFrameSize; ++j) {
+    const int residual = in[j + 2] - (in[j + 1] * c0 + in[j] * c1) / 2048;
+    if (residual >= largest) return false;
+    if (residual <= -largest) return true;
+  }
+  return false;
+}
+
+// The largest residual decides, the first among equals.
+void FirstExponents(const int* in, const Extremes& extremes, const short* table, int* exponents) {
+  for (int row = 0; row < kRows; ++row) {
+    const int most = extremes.most[row];
+    const int least = extremes.least[row];
+    bool negative = -least > most;
+    if (-least == most && FirstExponent(most) != FirstExponent(least)) {
+      negative = NegativeComesFirst(in, table[2 * row], table[2 * row + 1], most);
+    }
+    exponents[row] = FirstExponent(negative ? least : most);
+  }
+}
+
+// A pass over the frame by four rows, each at the exponent of its `unit` D.
 struct Pass {
-  Lanes unit, mask, half, top;
-  Lanes previous, earlier;
-  Lanes errorLow = {}, errorHigh = {}, most = {};
+  Lanes unit, mask, half, halfBelow, top, bottom;
+  History history;
+  Lanes error = {}, most = {}, least = {};
 
   Pass(Lanes d, const int* in)
       : unit(d),
         mask(-d),
         half(Max((d >> 1) - 2048, Lanes{})),
+        halfBelow(half + Min(d, All(4096)) - 1),
         top(8 * d - d),
-        previous(All(in[1])),
-        earlier(All(in[0])) {}
+        bottom(-8 * d),
+        history(in[1], in[0]) {}
 
-  void Step(const Predictor& predict, int in, int* restored, int* quantum) {
-    const Lanes predicted = predict(previous, earlier);
-    const Lanes x = in * 2048 - predicted;
-    const Lanes sign = x >> 31;
-    const Lanes extra = unit & sign;  // one more step below zero
-    const Lanes rounded = (((x ^ sign) - sign) + half) & mask;
-    most = Max(most, rounded - extra);
-    const Lanes clipped = Min(rounded, top + extra);
-    const Lanes q = (clipped ^ sign) - sign;
-    const Lanes sum = (predicted + q + 1024) >> 11;
-    const Lanes sample = Max(Min(sum, All(32767)), All(-32768));
-    earlier = previous;
-    previous = sample;
-    // Up to 65535 in magnitude: the square fits 32 bits without sign, the sum does not.
-    const auto error = reinterpret_cast<Unsigned>(in - sample);
-    const Unsigned square = error * error;
-    errorLow += reinterpret_cast<Lanes>(square & 0xFFFF);
-    errorHigh += reinterpret_cast<Lanes>(square >> 16);
+  void Step(const Predictor& predictor, int in, int* restored, int* quantum) {
+    const Lanes predicted = history.Predict(predictor);
+    const Lanes up = (in * 2048 + half) - predicted;
+    const Lanes down = (in * 2048 + halfBelow) - predicted;
+    most = Max(most, up);
+    least = Min(least, down);
+    const Lanes q = Select(up >> 31, Max(down & mask, bottom), Min(up & mask, top));
+    const Lanes sample = history.Push((predicted + 1024 + q) >> 11);
+    error += Square(in - sample);
     Store(restored, sample);
     Store(quantum, q);
   }
+
+  void Finish(int first, Trace& trace) const {
+    Store(trace.error + first, error);
+    Store(trace.clip + first, Max((most & mask) - top, bottom - (least & mask)));
+  }
 };
 
-void RunPass(const Predictor* predict, const int* units, const int* in, Trace& trace) {
+void RunPass(const Predictor* predictor, const int* units, const int* in, Trace& trace) {
   Pass low(Load(units), in);
   Pass high(Load(units + kLanes), in);
   for (int j = 0; j < kFrameSize; ++j) {
-    low.Step(predict[0], in[j + 2], trace.restored[j], trace.quantum[j]);
-    high.Step(predict[1], in[j + 2], trace.restored[j] + kLanes, trace.quantum[j] + kLanes);
+    low.Step(predictor[0], in[j + 2], trace.restored[j], trace.quantum[j]);
+    high.Step(predictor[1], in[j + 2], trace.restored[j] + kLanes, trace.quantum[j] + kLanes);
   }
-  Store(trace.errorLow, low.errorLow);
-  Store(trace.errorLow + kLanes, high.errorLow);
-  Store(trace.errorHigh, low.errorHigh);
-  Store(trace.errorHigh + kLanes, high.errorHigh);
-  Store(trace.most, low.most);
-  Store(trace.most + kLanes, high.most);
+  low.Finish(0, trace);
+  high.Finish(kLanes, trace);
 }
 
 // Moves the rows whose pass is not accepted on to their next exponent. False when there is none.
 bool NextExponents(const Trace& trace, int* exponents, int* units) {
   bool any = false;
   for (int row = 0; row < kRows; ++row) {
-    const int clip = (trace.most[row] >> (exponents[row] + 11)) - 7;
+    const int clip = trace.clip[row] >> (exponents[row] + 11);
     if (clip <= 1 || exponents[row] >= kMaxExponent) continue;
     ++exponents[row];
     // Heavy clipping skips exponents, up to the highest.
@@ -182,11 +251,23 @@ bool NextExponents(const Trace& trace, int* exponents, int* units) {
   return any;
 }
 
-int BestRow(const Trace& trace) {
+// The squared error of a row that 32 bits may not hold.
+std::int64_t ExactError(const Trace& trace, int row, const int* in) {
+  std::int64_t error = 0;
+  for (int j = 0; j < kFrameSize; ++j) {
+    const std::int64_t e = in[j + 2] - trace.restored[j][row];
+    error += e * e;
+  }
+  return error;
+}
+
+int BestRow(const Trace& trace, const int* units, const int* in) {
   int best = 0;
   std::int64_t least = 0;
   for (int row = 0; row < kRows; ++row) {
-    const std::int64_t error = std::int64_t{trace.errorHigh[row]} * 65536 + trace.errorLow[row];
+    // A clipping of one step leaves at most 1.5 steps and a bit: 6146 at the highest exponent.
+    const bool fits = trace.clip[row] <= units[row];
+    const std::int64_t error = fits ? trace.error[row] : ExactError(trace, row, in);
     if (row == 0 || error < least) {
       least = error;
       best = row;
@@ -195,25 +276,25 @@ int BestRow(const Trace& trace) {
   return best;
 }
 
-void EncodeFrame(short* samples, qz::uchar* frame, const Predictor* predict) {
+void EncodeFrame(short* samples, qz::uchar* frame, const Predictor* predictor, const short* table) {
   int in[kFrameSize + 2];
   for (int j = 0; j < kFrameSize + 2; ++j)
     in[j] = samples[j];
+  Extremes extremes;
+  for (int i = 0; i < kHalves; ++i)
+    FindExtremes(in, predictor[i], i * kLanes, extremes);
   int exponents[kRows];
   int units[kRows];
-  for (int i = 0; i < kHalves; ++i)
-    Store(exponents + i * kLanes, LargestOpenLoopResidual(in, predict[i]));
-  for (int row = 0; row < kRows; ++row) {
-    exponents[row] = FirstExponent(exponents[row]);
+  FirstExponents(in, extremes, table, exponents);
+  for (int row = 0; row < kRows; ++row)
     units[row] = 2048 << exponents[row];
-  }
 
   Trace trace;
   do {
-    RunPass(predict, units, in, trace);
+    RunPass(predictor, units, in, trace);
   } while (NextExponents(trace, exponents, units));
 
-  const int row = BestRow(trace);
+  const int row = BestRow(trace, units, in);
   const int shift = exponents[row] + 11;
   for (int j = 0; j < kFrameSize; ++j)
     samples[j + 2] = static_cast<short>(trace.restored[j][row]);
@@ -235,10 +316,10 @@ void EncodeFramesPortable(short* samples, std::size_t count, qz::uchar* frames,
     previous[row] = table[2 * row];
     earlier[row] = table[2 * row + 1];
   }
-  const Predictor predict[kHalves] = {Predictor(previous, earlier),
-                                      Predictor(previous + kLanes, earlier + kLanes)};
+  const Predictor predictor[kHalves] = {Predictor(previous, earlier),
+                                        Predictor(previous + kLanes, earlier + kLanes)};
   for (std::size_t i = 0; i < count; ++i)
-    EncodeFrame(samples + i * kSamplesPerFrame, frames + i * kBytesPerFrame, predict);
+    EncodeFrame(samples + i * kSamplesPerFrame, frames + i * kBytesPerFrame, predictor, table);
 }
 
 }  // namespace adpcm
