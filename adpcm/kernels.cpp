@@ -5,6 +5,9 @@
 #include "adpcm/adpcm.h"
 #include "adpcm/design_kernels.h"
 #include "adpcm/frame_kernels.h"
+#if defined(SAMPLEDATA_KERNEL_TWIN)
+#include "adpcm/kernel_twin.h"
+#endif
 
 namespace adpcm {
 namespace {
@@ -25,6 +28,17 @@ const Kernels* BestUpTo(KernelLevel level) {
     if (const Kernels* kernels = KernelsOf(candidate)) best = kernels;
   }
   return best;
+}
+
+// The kernels as the codec runs them.
+const Kernels& InUse(const Kernels& kernels) {
+#if defined(SAMPLEDATA_KERNEL_TWIN)
+  if (&kernels == &kPortableKernels) return Twin<kPortableKernels>::kWithTwin;
+#if defined(__x86_64__)
+  if (&kernels == &kAvx2Kernels) return Twin<kAvx2Kernels>::kWithTwin;
+#endif
+#endif
+  return kernels;
 }
 
 }  // namespace
@@ -55,7 +69,7 @@ const Kernels* KernelsOf(KernelLevel level) {
 }
 
 const Kernels& ActiveKernels() {
-  return *BestUpTo(cap.load(std::memory_order_relaxed));
+  return InUse(*BestUpTo(cap.load(std::memory_order_relaxed)));
 }
 
 void CapKernels(KernelLevel level) {
