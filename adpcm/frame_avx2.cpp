@@ -1,3 +1,38 @@
+// The frame encoder with AVX2.
+//
+// The 8 table rows are the 8 lanes of 32 bits. A walk over the 14 samples is one chain of dependent
+// steps, so what counts is the length of a step: multiply-add, subtract, mask, limit, select, add,
+// shift. All else lies beside the chain.
+//
+// Rounding. With x = in * 2048 - prediction and D = 2048 << exponent, residual * D is
+//   (x + half) & -D                  for x of 0 and more, half = ((2^exponent - 1) / 2) * 2048,
+//   (x + half + halfNegative) & -D   below it, halfNegative = min(D, 4096) - 1.
+// Cutting x / 2048 to a whole number commutes with adding whole 2048s, and the bits below D are
+// what the division by 2^exponent drops; the half is that of an odd number, so exact halves go
+// toward zero. Below zero all is mirrored: D - 1 - 2 * half is added. Both sums are at hand early,
+// and the sign of the first selects: where it is 0 or more but x is not, both give 0.
+//
+// Exponents. Nine rows in ten are done at the second exponent tried, so two neighbouring ones are
+// walked at a time. A row that is done walks on beside the others; its result is kept apart.
+//
+// The clamp to 16 bits is left out as long as no sample can need it: the largest residuals of a
+// walk bound how far a sample is from the input, up to the first one that would leave the range.
+// Otherwise the frame is done again with the clamp, and so is the next one first.
+//
+// The first exponent hangs on the largest residual of the open loop: on its magnitude, and on the
+// sign of the first among equals only where its magnitude is 8 to 9 times a power of two. A float
+// gives the power; subtracting an eighth from the mantissa of a negative one moves 8 below 9 down.
+//
+// The squared error of an accepted walk is at most 14 * 6146^2 and fits 29 bits, so the row goes
+// below it and one minimum finds the first of the best. At exponent 12 a walk stands whatever its
+// clipping; its error then counts as at most kMaxError a sample, which is no more than it is, and
+// where such a row wins the exact sums decide.
+//
+// Quiet frames, exponent 0 in all rows and nothing clipped, restore the input to within one: the
+// error of a sample is -1, 0 or 1 and replaces the multiplication by a selection.
+//
+// Each frame's own work before its history is known (Prepare) stands in front of the walk of the
+// frame before it, and its writing behind the start of the next: the processor overlaps them.
 #if defined(__x86_64__)
 #include <immintrin.h>
 
@@ -9,9 +44,10 @@ namespace {
 using Lanes = __m256i;  // 8 x 32 bits: one table row each
 
 constexpr int kFrameSize = 14;
-constexpr int kMaxPasses = 7;
-constexpr int kMaxError = 6190;
+constexpr int kMaxPasses = 7;    // of two exponents each
+constexpr int kMaxError = 6190;  // 14 * kMaxError^2 fits 29 bits
 
+// An exponent for each row, as the step uses it. `unit` is D.
 struct Exponent {
   Lanes unit, mask, top, bottom, half, halfNegative;
 };
@@ -23,11 +59,13 @@ struct Walk {
   Lanes last;  // the last two samples
 };
 
+// What a walk restored.
 struct Trace {
   alignas(32) int restored[kFrameSize / 2][8];
   alignas(32) int quantum[kFrameSize / 2][8];  // of exponent 0, two samples in each lane
 };
 
+// Coefficients in 16-bit halves, for multiply-adds with pairs of samples or with one sample.
 struct Table {
   Lanes pair, previous, earlier, earlierOfHigh;
   Lanes plus[2], minus[2];  // both coefficients as 32 bits, and negated
@@ -52,6 +90,7 @@ inline Lanes SelectBySign(Lanes no, Lanes yes, Lanes sign) {
                                               _mm256_castsi256_ps(sign)));
 }
 
+// Keeps the compiler from adding up in another order, which would lengthen the chain.
 inline Lanes Fixed(Lanes value) {
   __asm__("" : "+x"(value));
   return value;
@@ -138,6 +177,8 @@ inline void Passes(Walk& a, Walk& b, const Exponent& ea, const Exponent& eb, con
   }
 }
 
+// What is kept of each row: the squared error with the row below it, whether no walk was accepted
+// yet, where the trace is, D, the last two samples, and whether the error is a lower bound.
 struct Best {
   Lanes key, open, slot, unit, last, inexact;
 };
@@ -257,6 +298,8 @@ struct OpenLoop {
   Lanes most, least;
 };
 
+// Times 2048, with bits below that do not count. The division rounds toward zero: up where the
+// prediction is subtracted and positive.
 inline Lanes OpenLoopResidual(Lanes in, Lanes predicted) {
   const Lanes x = _mm256_sub_epi32(in, predicted);
   return SelectBySign(_mm256_add_epi32(x, Set(2047)), x, predicted);
@@ -267,6 +310,7 @@ inline void Include(OpenLoop& o, Lanes residual) {
   o.least = _mm256_min_epi32(o.least, residual);
 }
 
+// By sums of 64 bits.
 int ExactBest(const Trace* trace, const int* slots, const short* input) {
   int best = 0;
   long long least = 0;
