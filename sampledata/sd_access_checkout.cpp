@@ -11,7 +11,8 @@ SDAccess::SDError SDAccess::CheckOut(const qz::string& toFolder) const {
     if (checkedOut) return SetError(ERROR_ISCHECKEDOUT);
     if (!baseNode->RequestModifyData()) return SetError(ERROR_READONLY);
     qz::string folder = toFolder;
-    for (const qz::string& qualClass : GetQualityClasses()) {
+    for (const SDSample& sample : sampleList) {
+      const qz::string& qualClass = sample.GetQualClass();
       if (FindQualityClass(qualClass) == nullptr) continue;
       qz::string checkoutName;
       qz::string internalName;
@@ -75,7 +76,10 @@ SDAccess::SDError SDAccess::CheckIn(const qz::string* fromFolder) {
 SDAccess::SDError SDAccess::FindCheckedOutFiles(const qz::string& folder,
                                                 std::list<qz::string>& qualClassName,
                                                 std::list<qz::string>& checkoutName) const {
-  for (const qz::string& qualClass : GetQualityClasses()) {
+  // Not GetQualityClasses, which has no failure answer: without a class its edits would be left
+  // out.
+  for (const SDSample& sample : sampleList) {
+    const qz::string& qualClass = sample.GetQualClass();
     if (FindQualityClass(qualClass) == nullptr) continue;
     qualClassName.push_back(qualClass);
     qz::string& outsideName = checkoutName.emplace_back();
