@@ -198,6 +198,7 @@ inline constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
 
 inline constexpr UINT CP_ACP = 0;
 inline constexpr RPC_STATUS RPC_S_OK = 0;
+inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
 inline constexpr DWORD DLL_PROCESS_DETACH = 0;
 inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
 

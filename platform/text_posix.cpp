@@ -246,7 +246,7 @@ RPC_STATUS UuidCreate(UUID* uuid) {
 RPC_STATUS UuidToStringA(const UUID* uuid, RPC_CSTR* text) {
   constexpr std::size_t kSize = 37;
   *text = static_cast<RPC_CSTR>(std::malloc(kSize));
-  if (*text == nullptr) return static_cast<RPC_STATUS>(ERROR_NOT_ENOUGH_MEMORY);
+  if (*text == nullptr) return RPC_S_OUT_OF_MEMORY;
   const std::uint8_t* d = uuid->Data4;
   std::snprintf(reinterpret_cast<char*>(*text), kSize,
                 "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", unsigned{uuid->Data1},

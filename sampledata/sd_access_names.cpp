@@ -5,10 +5,12 @@
 // its raw file in the extension alone. What is stored is relative to the folder of the database
 // file, so a database can move with its samples.
 #include <memory>
+#include <new>
 
 #include "common/qzassert.h"
 #include "diskio/diskio.h"
 #include "sampledata/sd_access.h"
+#include "sampledata/sd_setup.h"
 
 namespace {
 constexpr const char* kEncodedExtension = ".esmp";
@@ -20,11 +22,13 @@ bool SDAccess::CreateSampleFileName(const HDBBaseNodeInterface*, qz::string& sam
   QZ_ASSERT(ret == RPC_S_OK, "ret == RPC_S_OK");
   RPC_CSTR text = nullptr;
   ret = UuidToStringA(&uuid, &text);
+  if (ret == RPC_S_OUT_OF_MEMORY) throw std::bad_alloc();
   QZ_ASSERT(ret == RPC_S_OK, "ret == RPC_S_OK");
   const std::unique_ptr<RPC_CSTR, void (*)(RPC_CSTR*)> release(
       &text, [](RPC_CSTR* taken) { RpcStringFreeA(taken); });
-  sampleFileName =
-      setup->GetSampleFolder() + reinterpret_cast<const char*>(text) + "\\" + sampleFileName;
+  // Not through GetSampleFolder: it has no failure answer, and an empty folder is a wrong one.
+  sampleFileName = static_cast<const SDSetup*>(setup)->sampleFolder +
+                   reinterpret_cast<const char*>(text) + "\\" + sampleFileName;
   DIOFile::CleanupPath(sampleFileName);
   return true;
 }
