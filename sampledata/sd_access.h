@@ -143,6 +143,8 @@ class SDAccess final : public SDTarvaneAccessInterface {
   SDError MoveToNewFolder(const std::list<qz::string>& qualClassName,
                           const std::list<qz::string>& sourceName, uchar formatIndex,
                           std::list<qz::string>& newFiles);
+  // Files and folder that no state names any more. Cannot fail; what cannot be deleted stays.
+  void DeleteNew(const std::list<qz::string>& files, const qz::string& folder) const;
   SDError BringIn(const qz::string& qualClass, const qz::string& source, uchar formatIndex,
                   std::list<qz::string>& newFiles);
   SDError TakeAlong(const SDKeptSampleInfo& kept, std::list<qz::string>& newFiles);

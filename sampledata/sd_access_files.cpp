@@ -58,13 +58,21 @@ SDAccess::SDError SDAccess::CopyNewFiles(const std::list<qz::string>& qualClassN
   }
   if (err == ERROR_OK) return err;
 
-  // Roll back: no file of the old state was touched or marked.
-  for (const qz::string& name : newFiles)
-    DIOFile::Delete(name);
-  if (!internalSampleFileName.empty()) DIOFile::Delete(ExpandSamplePath(internalSampleFileName));
+  // Roll back: no file of the old state was touched or marked. The node first, which cannot fail.
   sampleList.swap(oldSamples);
   internalSampleFileName.swap(oldInternalName);
+  DeleteNew(newFiles, oldInternalName);
   return SetError(err);
+}
+
+void SDAccess::DeleteNew(const std::list<qz::string>& files, const qz::string& folder) const {
+  try {
+    for (const qz::string& name : files)
+      DIOFile::Delete(name);
+    if (!folder.empty()) DIOFile::Delete(ExpandSamplePath(folder));
+  } catch (const std::bad_alloc&) {
+    // No state names what stays.
+  }
 }
 
 SDAccess::SDError SDAccess::MoveToNewFolder(const std::list<qz::string>& qualClassName,
