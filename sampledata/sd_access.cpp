@@ -72,8 +72,12 @@ SDAccess::SDError SDAccess::SetError(SDError error) const {
 }
 
 bool SDAccess::GetLastError(qz::string& text, ulong& code) const {
-  text = baseInterface->stringTab[kErrorTexts[lastError]];
   code = lastError;
+  try {
+    text = baseInterface->stringTab[kErrorTexts[lastError]];
+  } catch (const std::bad_alloc&) {
+    text.clear();
+  }
   return lastError != ERROR_OK;
 }
 
@@ -97,7 +101,7 @@ HDBIDType SDAccess::GetRefType() const {
 }
 
 qz::string SDAccess::GetTargetPlatform() const {
-  return SDTargetPlatform();
+  return setup->GetTargetPlatform();
 }
 
 std::list<qz::string> SDAccess::EnumerateSampleFormats() const {
