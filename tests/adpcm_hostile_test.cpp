@@ -6,9 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "tests/adpcm_malloc.h"
 #include "tests/adpcm_sounds.h"
 #include "tests/adpcm_stream.h"
+#include "tests/heap_faults.h"
 
 namespace {
 
@@ -88,59 +88,6 @@ TEST(HostileTables, ClippingThatNoExponentEndsStillEnds) {
   }
 }
 
-class FailingHeap : public testing::TestWithParam<bool> {};
-
-TEST_P(FailingHeap, EveryFailedAllocationOfAnEncodeLeavesNothing) {
-  std::vector<short> samples = sounds::Noise(300, 4000, 3);
-  qz::ulong count = 300;
-  for (int n = 1;; ++n) {
-    ASSERT_LT(n, 50);
-    _ADPCMINFO info;
-    std::memset(static_cast<void*>(&info), 0xA5, sizeof info);
-    malloc_fault::Arm(n, GetParam());
-    const qz::ulong result =
-        adpcmEncodeSample(samples.data(), &count, nullptr, nullptr, &info, nullptr);
-    const int calls = malloc_fault::Disarm();
-    if (calls < n) {
-      EXPECT_EQ(result, 1u);
-      EXPECT_EQ(malloc_fault::LiveBlocks(), 4);
-      adpcmFreeEncoded(&info);
-      EXPECT_EQ(malloc_fault::LiveBlocks(), 0);
-      EXPECT_GT(n, 5) << "the loop has failed something";
-      break;
-    }
-    EXPECT_EQ(result, 0u) << "allocation " << n;
-    EXPECT_EQ(malloc_fault::LiveBlocks(), 0) << "allocation " << n;
-    EXPECT_EQ(info.Data, nullptr);
-    EXPECT_EQ(info.CoefTable, nullptr);
-    EXPECT_EQ(info.y0, nullptr);
-    EXPECT_EQ(info.y1, nullptr);
-  }
-}
-
-TEST_P(FailingHeap, ADecodeAndADesignReportIt) {
-  qz::uchar frames[8] = {};
-  short table[16] = {};
-  malloc_fault::Arm(1, GetParam());
-  short* decoded = adpcmDecodeSample(frames, 14, table, nullptr);
-  malloc_fault::Disarm();
-  EXPECT_EQ(decoded, nullptr);
-
-  short samples[14] = {100, -100, 50};
-  for (int n = 1;; ++n) {
-    ASSERT_LT(n, 50);
-    malloc_fault::Arm(n, GetParam());
-    const bool done = adpcmCoefTableDesign(samples, 14, 8, table, 0, nullptr);
-    const int calls = malloc_fault::Disarm();
-    EXPECT_EQ(malloc_fault::LiveBlocks(), 0);
-    EXPECT_EQ(done, calls < n);
-    if (calls < n) break;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(OnceAndForGood, FailingHeap, testing::Bool(),
-                         [](const auto& test) { return test.param ? "ForGood" : "Once"; });
-
 TEST(EmptyStream, IsASuccessWithBlocksOfTheirOwn) {
   qz::ulong count = 0;
   _ADPCMINFO info;
@@ -162,10 +109,9 @@ TEST(LongestStream, CountsItsFramesWithoutOverflow) {
   qz::ulong blocks = 0;
   short y0, y1;
   qz::uchar scale, index;
-  malloc_fault::Arm(1, true);
+  const heap_faults::Failing fault(1, true);
   qz::uchar* frames = adpcmDoEncoding(table, &sample, 0xFFFFFFFFu, &size, nullptr, nullptr, &blocks,
                                       adpcm::kNoLoop, &y0, &y1, &scale, &index, nullptr);
-  malloc_fault::Disarm();
   EXPECT_EQ(frames, nullptr);
   EXPECT_EQ(blocks, 306783379u);
   EXPECT_EQ(size, 2454267032u);

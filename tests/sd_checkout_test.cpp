@@ -90,34 +90,5 @@ TEST_F(CheckOutTest, UndoEndsAtASampleThatCannotBeNamed) {
   EXPECT_FALSE(access_.CanUndoCheckIn()) << "no way to repeat it";
 }
 
-TEST_F(CheckOutTest, UndoIsWholeOrNothingWhereMemoryRunsOut) {
-  ImportTwo();
-  const Tree before = Database();
-  const SDDeleteInfoList toDelete = ToDelete();
-  const SDDeleteInfoList unsaved = Unsaved();
-  for (int n = 1; !HasFailure(); ++n) {
-    ToDelete() = toDelete;
-    Unsaved() = unsaved;
-    OutAndIn();
-    const SDDeleteInfo newFiles = Files("High");
-    FailingAllocation fault(n);
-    SDAccess::SDError error = access_.UndoCheckIn();
-    const bool fired = fault.Fired();
-    if (error != SDAccess::ERROR_OK) {
-      EXPECT_EQ(SDAccess::ERROR_NOMEMORY, error) << n;
-      EXPECT_TRUE(access_.CanUndoCheckIn()) << n;
-      EXPECT_EQ(newFiles, Files("High")) << n;
-      EXPECT_TRUE(Unsaved().check(newFiles) && !ToDelete().check(newFiles)) << n;
-      EXPECT_TRUE(Exists(newFiles.getRawName())) << n;
-      error = access_.UndoCheckIn();
-    }
-    EXPECT_EQ(SDAccess::ERROR_OK, error) << n;
-    EXPECT_THAT(Difference(before, Database()), ::testing::Not(::testing::HasSubstr("gone"))) << n;
-    EXPECT_TRUE(Exists(RawPath("Low")) && Exists(RawPath("High"))) << n;
-    EXPECT_FALSE(ToDelete().check(Files("Low")) || ToDelete().check(Files("High"))) << n;
-    if (!fired) return;
-  }
-}
-
 }  // namespace
 }  // namespace sdtest

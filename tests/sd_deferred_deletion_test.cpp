@@ -71,21 +71,6 @@ TEST_F(FilesToDelete, AreFoundByTheirPathsWhateverTheSpelling) {
                                                "S:\\db\\a")));
 }
 
-TEST_F(FilesToDelete, StayWhereMemoryRunsOut) {
-  for (int n = 1;; ++n) {
-    list_.clear();
-    list_.push_back(Make("a folder with a long name", "High"));
-    list_.push_back(Make("b folder with a long name", "High"));
-    FailingAllocation fault(n);
-    const bool done = list_.execAll();
-    if (!fault.Fired()) {
-      EXPECT_TRUE(done);
-      EXPECT_THAT(Names(), IsEmpty());
-      break;
-    }
-  }
-}
-
 TEST_F(FilesToDelete, AreLeftAloneByASetupNodeThatWasRefused) {
   AddPreparedSetup();
   FakeNode& second = host_.AddSetup();

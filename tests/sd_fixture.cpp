@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,14 +20,26 @@ namespace sdtest {
 
 // --- Failures on demand ---
 
-FailingCall::FailingCall(int n, Filter counts, DWORD error) : left_(n) {
-  platform::SetFaultHook(
-      [this, counts = std::move(counts), error](platform::Call call, const char* path) -> DWORD {
-        if (fired_ || !counts(call, path) || --left_ > 0) return NO_ERROR;
-        fired_ = true;
-        what_ = std::string(platform::CallName(call)) + " " + path;
-        return error;
-      });
+namespace {
+long failedCalls = 0;
+}
+
+FailingCall::FailingCall(int n, Filter counts, DWORD error, bool forGood) : left_(n) {
+  platform::SetFaultHook([this, counts = std::move(counts), error, forGood](
+                             platform::Call call, const char* path) -> DWORD {
+    if (left_ <= 0 && !(forGood && fired_)) return NO_ERROR;
+    if (counts && !counts(call, path)) return NO_ERROR;
+    if (--left_ > 0) return NO_ERROR;
+    const SparedAllocations own;
+    if (!fired_) path_ = path;
+    if (!fired_) kind_ = call;
+    fired_ = true;
+    ++failedCalls;
+    return error;
+  });
+}
+long FailingCall::Failures() {
+  return failedCalls;
 }
 FailingCall::~FailingCall() {
   platform::SetFaultHook({});
@@ -231,6 +244,7 @@ bool FakeHost::UndoLast() {
 
 void FakeHost::DiscardUndo() {
   // Any sample object will do, and nodes may be gone: one is made for it.
+  const SparedAllocations host;
   void* const object = base_->CreateInterface(&hdbTypeSampleData, &dbSubTypeTarvane);
   for (Undo& record : undo) {
     EXPECT_TRUE(static_cast<HDBAccessBaseInterface*>(object)->DiscardUndoInfo(&record.info));
@@ -259,7 +273,10 @@ std::string FakeHost::ErrorText(const FakeNode& node) {
 namespace {
 
 std::string MakeFolder() {
-  std::string name = (fs::temp_directory_path() / "sd_test_XXXXXX").string();
+  // In memory where the machine has such a place.
+  const bool hasMemory = access("/dev/shm", W_OK) == 0;
+  std::string name =
+      ((hasMemory ? fs::path("/dev/shm") : fs::temp_directory_path()) / "sd_test_XXXXXX").string();
   EXPECT_NE(mkdtemp(name.data()), nullptr);
   for (const char* part : {"/s/db/samples", "/s/wav", "/t"})
     fs::create_directories(name + part);

@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "common/qzassert.h"
 #include "platform/faults.h"
 #include "sampledata/sd_access.h"
 #include "sampledata/sd_main.h"
 #include "sampledata/sd_setup.h"
+#include "tests/heap_faults.h"
 
 namespace qz {
 inline void PrintTo(const string& text, std::ostream* out) {
@@ -33,6 +33,12 @@ struct SDTestAccess {
   static qz::string& Folder(SDAccess& node) { return node.internalSampleFileName; }
   static qz::string& Selected(SDAccess& node) { return node.selQualityClass; }
   static bool& CheckedOut(const SDAccess& node) { return node.checkedOut; }
+  static const qz::string& CheckOutFolder(const SDAccess& node) { return node.checkOutFolder; }
+  static const qz::string& FolderBeforeCheckIn(const SDAccess& node) {
+    return node.lastPreCheckOutInternalName;
+  }
+  static int LastError(const SDAccess& node) { return node.lastError; }
+  static int LastError(const SDSetup& setup) { return setup.lastError; }
 
   static qz::string Expand(const SDAccess& node, const qz::string& name) {
     return node.ExpandSamplePath(name);
@@ -75,47 +81,32 @@ namespace sdtest {
 
 // --- Failures on demand ---
 
-// While it lives, the n-th allocation (from 1) of our code fails, once. The narrow forms of texts
-// are spared: a text that cannot have one stops the program.
-class FailingAllocation {
- public:
-  explicit FailingAllocation(int n);
-  ~FailingAllocation();
-  FailingAllocation(const FailingAllocation&) = delete;
-  FailingAllocation& operator=(const FailingAllocation&) = delete;
-  // The operation got as far as the n-th allocation. Ends the failing.
-  bool Fired();
+using FailingAllocation = heap_faults::Failing;
+using SparedAllocations = heap_faults::Spared;  // the host's memory is no concern of the library
 
- private:
-  qz::AssertHandler former_;
-};
-
-// While it lives, no allocation fails or counts: the host's own memory is no concern of the
-// library.
-class SparedAllocations {
- public:
-  SparedAllocations();
-  ~SparedAllocations();
-  SparedAllocations(const SparedAllocations&) = delete;
-  SparedAllocations& operator=(const SparedAllocations&) = delete;
-};
-
-// While it lives, the n-th platform call (from 1) of those that `counts` picks fails, once.
+// While it lives, the n-th platform call (from 1) of those that `counts` picks fails, alone or with
+// all behind it.
 class FailingCall {
  public:
   using Filter = std::function<bool(platform::Call call, const std::string& path)>;
-  FailingCall(int n, Filter counts, DWORD error = ERROR_GEN_FAILURE);
+  explicit FailingCall(int n, Filter counts = {}, DWORD error = ERROR_GEN_FAILURE,
+                       bool forGood = false);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
   bool Fired() const { return fired_; }
-  // The failed call with its path, for messages.
-  const std::string& What() const { return what_; }
+  // The failed call, the first one where there were more, with its path.
+  platform::Call Kind() const { return kind_; }
+  const std::string& Path() const { return path_; }
+  std::string What() const { return std::string(platform::CallName(kind_)) + " " + path_; }
+  // Calls that have failed so far, of all objects.
+  static long Failures();
 
  private:
   int left_;
   bool fired_ = false;
-  std::string what_;
+  platform::Call kind_ = platform::Call::kCount;
+  std::string path_;
 };
 
 // --- Files ---

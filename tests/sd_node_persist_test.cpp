@@ -309,13 +309,5 @@ TEST_F(StoredSample, GivesNoDataBeyondWhatMemoryCanHold) {
   }
 }
 
-TEST_F(StoredSample, ReportsExhaustedMemoryInALoad) {
-  ImportTwo();
-  ReportsExhaustedMemoryInLoads([&] {
-    EXPECT_EQ(2u, access_.GetQualityClasses().size());
-    EXPECT_EQ("S:\\wav\\100% %s.wav", Record("High").originalName);
-  });
-}
-
 }  // namespace
 }  // namespace sdtest

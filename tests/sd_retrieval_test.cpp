@@ -161,36 +161,6 @@ TEST_F(Retrieval, TellsMissingFilesApart) {
   EXPECT_EQ(encoded, EncodedBytes("High"));
 }
 
-TEST_F(Retrieval, RunsOutOfMemoryWithAnErrorAndNothingElse) {
-  Import("a.wav", SomeSound(20, 2), kAdpcmPlus, "High");
-  const qz::string qualClass = "High";
-  const auto exhaust = [&](auto operation, const char* name) {
-    for (int n = 1;; ++n) {
-      FailingAllocation fault(n);
-      const bool given = operation();
-      if (!fault.Fired()) {
-        EXPECT_TRUE(given) << name;
-        break;
-      }
-      EXPECT_TRUE(given || LastError() != SDAccess::ERROR_OK) << name << n;
-    }
-  };
-  const auto release = [](void* block) {
-    std::free(block);
-    return block != nullptr;
-  };
-  exhaust([&] { return release(access_.GetRawData(qualClass, 1)); }, "raw");
-  exhaust([&] { return release(access_.GetDecodedData(qualClass, 1)); }, "decoded");
-  qz::ulong size = 0;
-  exhaust([&] { return release(access_.GetEncodedData(qualClass, 1, size)); }, "encoded");
-  exhaust(
-      [&] {
-        const std::unique_ptr<ExtraData> extra(access_.GetExtraData(qualClass, 1));
-        return extra != nullptr;
-      },
-      "extra");
-}
-
 // --- Bringing up to date ---
 
 TEST_F(Retrieval, EncodesAnewWhereTheRawFileIsNewer) {

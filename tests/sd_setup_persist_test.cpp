@@ -174,11 +174,5 @@ TEST_F(StoredSetup, KeepsWhatWasReadInFrontOfACut) {
   EXPECT_THAT(setup_.EnumerateQualityClasses(), ElementsAre("Low 50%s"));
 }
 
-TEST_F(StoredSetup, ReportsExhaustedMemoryInALoad) {
-  SDTestAccess::Classes(setup_).emplace_back("a name too long for the text's own buffer",
-                                             static_cast<qz::uchar>(4));
-  ReportsExhaustedMemoryInLoads([&] { EXPECT_EQ(1, setup_.GetNumQualityClasses()); });
-}
-
 }  // namespace
 }  // namespace sdtest

@@ -144,56 +144,5 @@ TEST_F(SetupNode, StoresTheFolderRelativeToTheDatabaseWhereItCan) {
   EXPECT_EQ("Quality Class does not exist", FakeHost::ErrorText(node_));
 }
 
-// --- Memory ---
-
-TEST_F(SetupNode, ReportsExhaustedMemoryAndStaysAsItWas) {
-  setup_.AddQualityClass("a name too long for the text's own buffer", 1);
-  setup_.SetSampleFolder("S:\\db\\samples\\");
-  const qz::string added = "another name too long for the text's own buffer";
-  int n = 1;
-  for (;; ++n) {
-    FailingAllocation fault(n);
-    const SDSetup::SDError result = setup_.AddQualityClass(added, 2);
-    if (!fault.Fired()) {
-      EXPECT_EQ(SDSetup::ERROR_OK, result);
-      break;
-    }
-    EXPECT_EQ(SDSetup::ERROR_COULDNOTWRITE, result);
-    EXPECT_EQ(1, setup_.GetNumQualityClasses());
-  }
-  EXPECT_GT(n, 2);
-
-  // Without a failure answer the folder is as it was, or, where its form could not be worked out,
-  // the folder as given.
-  const std::string folder = "S:\\db\\another folder too long for the text's own buffer\\";
-  const qz::string given = folder.c_str();
-  for (n = 1;; ++n) {
-    setup_.SetSampleFolder("S:\\db\\samples\\");
-    FailingAllocation fault(n);
-    setup_.SetSampleFolder(given);
-    if (!fault.Fired()) break;
-    EXPECT_THAT(Folder(), ::testing::AnyOf(".\\samples\\", folder));
-  }
-  for (n = 1;; ++n) {
-    FailingAllocation fault(n);
-    const std::list<qz::string> names = setup_.EnumerateQualityClasses();
-    const std::list<qz::string> formats = setup_.EnumerateSampleFormats();
-    const qz::string stored = setup_.GetSampleFolder();
-    const qz::string platform = setup_.GetTargetPlatform();
-    qz::string name;
-    const bool found = setup_.GetQualityClassName(0, name);
-    qz::string text;
-    qz::ulong code = 1;
-    EXPECT_FALSE(setup_.GetLastError(text, code));
-    if (!fault.Fired()) {
-      EXPECT_EQ(2u, names.size());
-      EXPECT_EQ("Ok", text);
-      break;
-    }
-    EXPECT_EQ(1, names.empty() + formats.empty() + stored.empty() + platform.empty() + !found +
-                     text.empty());
-  }
-}
-
 }  // namespace
 }  // namespace sdtest

@@ -139,22 +139,6 @@ class StoredTest : public Base {
     }
   }
 
-  // Exhausted memory must not pass for a smaller list.
-  template <class Check>
-  void ReportsExhaustedMemoryInLoads(Check check) {
-    Stored();
-    for (int n = 1;; ++n) {
-      SCOPED_TRACE(n);
-      FailingAllocation fault(n);
-      const bool loaded = this->host_.LoadNodeFile(Node(), name_);
-      const bool fired = fault.Fired();
-      EXPECT_TRUE(fired || loaded);
-      EXPECT_EQ(loaded, LastError() == Object::ERROR_OK);
-      if (loaded) check();
-      if (!fired) break;
-    }
-  }
-
   const qz::string name_ = "S:\\stored";
 };
 

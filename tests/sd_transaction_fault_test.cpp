@@ -197,19 +197,6 @@ TEST_F(Transaction, FormatChangeIsWholeOrNothingUntilItEncodes) {
             5);
 }
 
-TEST_F(Transaction, IsWholeOrNothingWhereMemoryRunsOut) {
-  EXPECT_GT(FailEverywhere(importNew_, FailMemory), 50);
-  EXPECT_GT(FailEverywhere(reimport_, FailMemory), 50);
-}
-
-// These two have moved the node by the time that their own work begins, so memory that runs out
-// behind that leaves the samples as they were in the new folder.
-TEST_F(Transaction, KeepsEverySampleWhereMemoryRunsOutBehindTheMove) {
-  const auto any = [](SDAccess::SDError) { return true; };
-  EXPECT_GT(FailEverywhere(remove_, FailMemory, any), 50);
-  EXPECT_GT(FailEverywhere(change_, FailMemory, any), 50);
-}
-
 TEST_F(Transaction, FailedFirstImportLeavesNoFolder) {
   FakeNode& node = host_.AddSample("empty");
   const Tree before = Database();

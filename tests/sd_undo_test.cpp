@@ -68,35 +68,6 @@ TEST_F(UndoTest, TakesNoNoticeOfFilesThatCannotBeDeleted) {
   EXPECT_TRUE(Exists(RawPath("Low")));
 }
 
-// Undo that ran out of memory works when it is tried again. What could not be deleted then stays on
-// the disk, but what came back is never among the files to go.
-TEST_F(UndoTest, CanBeRepeatedWhereMemoryRanOut) {
-  ImportTwo();
-  const Tree before = Database();
-  const SDDeleteInfoList toDelete = ToDelete();
-  const SDDeleteInfoList unsaved = Unsaved();
-  for (int n = 1; !HasFailure(); ++n) {
-    ToDelete() = toDelete;
-    Unsaved() = unsaved;
-    ASSERT_EQ(SDAccess::ERROR_OK, access_.ChangeSampleFormat("Low", kAdpcmPlus));
-    HDBUndoInfo info = host_.undo.back().info;
-    host_.undo.pop_back();
-    FailingAllocation fault(n);
-    const bool done = access_.DoUndo(&info);
-    const bool fired = fault.Fired();
-    EXPECT_TRUE(done || fired) << n;
-    if (!done) {
-      EXPECT_TRUE(access_.DoUndo(&info)) << n;
-    }
-    GiveBack(info);
-    EXPECT_THAT(Difference(before, Database()), ::testing::Not(::testing::HasSubstr("gone"))) << n;
-    EXPECT_EQ(SDAccess::COMPTYPE_RAW, Record("Low").compType) << n;
-    EXPECT_FALSE(ToDelete().check(Files("Low")) || ToDelete().check(Files("High"))) << n;
-    EXPECT_TRUE(Unsaved().check(Files("Low")) && Unsaved().check(Files("High"))) << n;
-    if (!fired) return;
-  }
-}
-
 // --- Deletion of a node ---
 
 TEST_F(UndoTest, OfADeletionStopsAtAFileThatIsGone) {

@@ -1,0 +1,535 @@
+// The operations of both nodes that can run out of memory or touch the disk.
+#include <cstdlib>
+#include <memory>
+
+#include "tests/sd_fault_world.h"
+
+namespace sdtest {
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+const qz::string kFile = "S:\\a node file of some name";
+
+// A failed change may leave the files that it could not delete either, all in new folders, and the
+// list of a failed load what was read by then.
+const Names kNewFiles = {"+ disk db/samples/", "+ unsaved ", "bookmark"};
+// Where memory runs out below the library's own steps, a step fails as it does where the disk says
+// no.
+const std::set<int> kFileCodes = {SDAccess::ERROR_NOMEMORY,     SDAccess::ERROR_COULDNOTCOPYSAMPLE,
+                                  SDAccess::ERROR_INTERNAL,     SDAccess::ERROR_COULDNOTLOAD,
+                                  SDAccess::ERROR_COULDNOTREAD, SDAccess::ERROR_COULDNOTWRITE};
+const Names kList = {"sample ", "encoded ", "stamp ", "selected ", "folder "};
+
+Names operator+(Names left, const Names& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+int Answer(const World& w, SDAccess::SDError error) {
+  return SDTestAccess::LastError(w.access_) == error ? error : kMismatch;
+}
+int Answer(const World& w, SDSetup::SDError error) {
+  return SDTestAccess::LastError(w.setup_) == error ? error : kMismatch;
+}
+
+// --- Changes of the sample set ---
+
+Operation Import(const std::string& name, const char* source, Format format, const char* qualClass,
+                 std::function<void(World&)> prepare = {}) {
+  Operation import{name, {}, std::move(prepare)};
+  import.body = [ from = qz::string(source), format, to = qz::string(qualClass) ](World & w) {
+    return Answer(w, w.access_.ImportSample(from, format, to));
+};
+import.codes = kFileCodes;
+import.encodes = true;
+return import;
+}  // namespace
+
+// Behind the move to a new folder the samples are as they were, in another place.
+const Names kMoved = kNewFiles + Names{"folder ", "sample ", "+ to delete "};
+
+Operation Change(const std::string& name, const char* qualClass, Format format) {
+  Operation change{name, {}};
+  change.body = [of = qz::string(qualClass), format](World& w) {
+    // Behind a failed encode the host goes back, and then tries again.
+    while (w.host_.undo.size() > 2)
+      EXPECT_TRUE(w.host_.UndoLast());
+    return Answer(w, w.access_.ChangeSampleFormat(of, format));
+  };
+  change.codes = kFileCodes;
+  change.leaves = kMoved + Names{"+ undo "};
+  change.encodes = true;
+  return change;
+}
+
+Operation Remove(const std::string& name, std::function<void(World&)> prepare = {}) {
+  Operation remove{name, {}, std::move(prepare)};
+  remove.body = [of = qz::string("Low")](World& w) {
+    return Answer(w, w.access_.RemoveSample(of));
+  };
+  remove.codes = kFileCodes;
+  remove.leaves = kMoved;
+  return remove;
+}
+
+void EmptyNode(World& w) {
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High"));
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low"));
+}
+
+// --- Data ---
+
+// `get` gives a block for free, or null.
+Operation Data(const std::string& name, const std::function<void*(World&, qz::ulong&)>& get) {
+  return {name,
+          [get](World& w) {
+            qz::ulong size = 0;
+            const std::unique_ptr<void, decltype(&std::free)> block(get(w, size), &std::free);
+            const SparedAllocations host;
+            if (block != nullptr) w.result.assign(static_cast<const char*>(block.get()), size);
+            return w.Code(block != nullptr);
+          },
+          [](World& w) {
+            EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
+          },
+          kFileCodes};
+}
+
+int ExtraData(World& w) {
+  static const qz::string kHigh = "High";
+  const std::unique_ptr<SDAccess::SDExtraData> extra(w.access_.GetExtraData(kHigh, 1));
+  const SparedAllocations host;
+  if (extra != nullptr) {
+    const auto& form = extra->data.adpcmp;
+    const auto bytes = form.numBlocks * sizeof(short);
+    w.result = std::string(reinterpret_cast<const char*>(form.coefTable), sizeof form.coefTable) +
+               std::string(reinterpret_cast<const char*>(form.blockY0), bytes) +
+               std::string(reinterpret_cast<const char*>(form.blockY1), bytes);
+  }
+  return w.Code(extra != nullptr);
+}
+
+// --- Stored nodes ---
+
+void OpenDatabase(World& w, DIOFile::DIOOpenMode mode) {
+  w.stream = DIOFile::OpenFile("S:\\db\\database", mode);
+  ASSERT_NE(nullptr, w.stream);
+}
+
+template <bool kIsSetup>
+HDBAccessBaseInterface& Object(World& w) {
+  return kIsSetup ? static_cast<HDBAccessBaseInterface&>(w.setup_) : w.access_;
+}
+
+template <bool kIsSetup>
+int NodeCode(World& w, bool done) {
+  return kIsSetup ? w.SetupCode(done) : w.Code(done);
+}
+
+template <bool kIsSetup>
+void StoreInDatabase(World& w) {
+  OpenDatabase(w, DIOFile::OPENMODE_CREATE);
+  EXPECT_TRUE(Object<kIsSetup>(w).Save(w.stream, nullptr));
+  DIOFile::CloseFile(w.stream);
+  OpenDatabase(w, DIOFile::OPENMODE_OPEN);
+  // The host reads the type chunk.
+  EXPECT_TRUE(w.stream->SetPosition(qz::uint64{28}, DIOFile::SEEKMODE_START));
+}
+
+template <bool kIsSetup>
+int LoadFromDatabase(World& w) {
+  qz::uint64 start = 0;
+  {
+    const SparedAllocations host;
+    EXPECT_TRUE(w.stream->GetPosition(start));
+  }
+  const bool loaded = Object<kIsSetup>(w).Load(w.stream, nullptr);
+  if (!loaded) w.stream->SetPosition(start, DIOFile::SEEKMODE_START);
+  return NodeCode<kIsSetup>(w, loaded);
+}
+
+template <bool kIsSetup>
+int LoadFile(World& w) {
+  return NodeCode<kIsSetup>(w, w.host_.LoadNodeFile(kIsSetup ? w.setupNode_ : w.node_, kFile));
+}
+
+template <bool kIsSetup>
+std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace) {
+  const int write = kIsSetup ? int{SDSetup::ERROR_COULDNOTWRITE} : SDAccess::ERROR_COULDNOTWRITE;
+  const int read = kIsSetup ? int{SDSetup::ERROR_COULDNOTREAD} : SDAccess::ERROR_COULDNOTREAD;
+  const std::set<int> reads = {read, kIsSetup ? read : SDAccess::ERROR_NOMEMORY,
+                               kIsSetup ? read : SDAccess::ERROR_COULDNOTGETSAMPLEINFO};
+  return {
+      {name + " save to a file",
+       [](World& w) { return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(nullptr, &kFile)); },
+       {},
+       {write},
+       {"stamp "}},
+      {name + " save to the database",
+       [](World& w) { return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(w.stream, nullptr)); },
+       [](World& w) { OpenDatabase(w, DIOFile::OPENMODE_CREATE); },
+       {write},
+       {"stamp ", "disk db/database"}},
+      {name + " load of a file", LoadFile<kIsSetup>,
+       [](World& w) { EXPECT_TRUE(Object<kIsSetup>(w).Save(nullptr, &kFile)); }, reads, inPlace},
+      {name + " load from the database", LoadFromDatabase<kIsSetup>, StoreInDatabase<kIsSetup>,
+       reads, inPlace},
+  };
+}
+
+// --- Undo ---
+
+// Takes the last record of what `prepare` did; it goes only where that succeeded.
+int UndoLast(World& w) {
+  const HDBUndoInfo* const last = &w.host_.undo.back().info;
+  HDBUndoInfo info;
+  info.ID = last->ID;
+  info.data = last->data;
+  const bool done = w.access_.DoUndo(&info);
+  if (!done) return kNoCode;
+  w.access_.DiscardUndoInfo(&info);
+  w.host_.undo.pop_back();
+  return 0;
+}
+
+Operation Undo(const std::string& name, std::function<void(World&)> prepare) {
+  return {"undo of " + name, UndoLast, std::move(prepare), {kNoCode}, {"+ disk db/samples/"}};
+}
+
+// The host drops a node whose undo or copy has failed, and that marks the node's files.
+const Names kDropped = kNewFiles + Names{"+ to delete "};
+
+int UndoDeletion(World& w) {
+  FakeNode& again = w.AddNode();
+  const bool done = again.Sample().DoUndo(&w.record);
+  const SparedAllocations host;
+  if (!done) w.DropNode(again);
+  return done ? 0 : kNoCode;
+}
+
+int CopyNode(World& w) {
+  FakeNode& copy = w.AddNode();
+  const bool done = copy.Sample().Copy(&w.node_);
+  const int code = World::Code(copy.Sample(), done);
+  const SparedAllocations host;
+  if (!done) w.DropNode(copy);
+  return code;
+}
+
+void DeleteNode(World& w) {
+  EXPECT_TRUE(w.access_.GatherDeleteInfo(&w.record));
+  w.DropNode(w.node_);
+}
+
+// --- Check-out ---
+
+const qz::string kOut = "S:\\out";
+
+void CheckOut(World& w) {
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.CheckOut(kOut));
+}
+
+// With an edit, newer than the encoded file.
+void CheckOutAndEdit(World& w) {
+  CheckOut(w);
+  WriteBytes(w.folder_ + "/s/out/kick (Low).wav", ReadBytes(w.Native("W:\\16.wav")));
+}
+
+void CheckIn(World& w) {
+  CheckOutAndEdit(w);
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.CheckIn());
+}
+
+// --- The end ---
+
+// Drops the node; outside a shutdown its files are marked.
+int Drop(World& w) {
+  w.DropNode(w.node_);
+  return 0;
+}
+
+int Close(World& w) {
+  w.host_.shutDown = true;
+  w.nodes.clear();
+  w.isOpen = false;
+  w.host_.Close();
+  w.host_.shutDown = false;
+  return 0;
+}
+
+void ChangeAll(World& w) {
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kPcm16));
+}
+
+void SaveChangeAndSave(World& w) {
+  EXPECT_TRUE(w.Save());
+  ChangeAll(w);
+  EXPECT_TRUE(w.Save());
+}
+
+void SaveAndChange(World& w) {
+  EXPECT_TRUE(w.Save());
+  ChangeAll(w);
+}
+
+void SaveChangeAndFailToSave(World& w) {
+  SaveAndChange(w);
+  const FailingCall fault(1, [](platform::Call call, const std::string&) {
+    return call == platform::Call::kWriteFile;
+  });
+  EXPECT_FALSE(w.Save());
+}
+
+}  // namespace sdtest
+
+std::vector<Operation> NodeOperations() {
+  const qz::string high = "High";
+  std::vector<Operation> all = {
+      Import("import PCM16 from WAV", "W:\\16.wav", kPcm16, "Third"),
+      Import("import ADPCM from WAV of 8 bits", "W:\\8.wav", kAdpcm, "Third"),
+      Import("import ADPCM+ from AIFF", "W:\\16.aif", kAdpcmPlus, "Third"),
+      Import("import PCM8 from AIFF of 8 bits", "W:\\8.aif", kPcm8, "Third"),
+      Import("import ADPCMVS from MORT GSM", "W:\\gsm.mort", kAdpcmVs, "Third"),
+      Import("import default from MORT GB", "W:\\gb.mort", kDefault, "Third"),
+      Import("import over a class", "W:\\16.wav", kPcm8, "High"),
+      Import("import of another kind over a class", "W:\\8.aif", kPcm8, "Low"),
+      Import("first import", "W:\\16.wav", kAdpcm, "Low", EmptyNode),
+      Change("change to ADPCM", "Low", kAdpcm),
+      Change("change to ADPCM+", "High", kAdpcmPlus),
+      Change("change to ADPCMVS", "Low", kAdpcmVs),
+      Change("change to PCM8", "Low", kPcm8),
+      Change("change to PCM16", "High", kPcm16),
+      Remove("removal of one of two"),
+      Remove("removal of the last",
+             [](World& w) { EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High")); }),
+      {"selection", [high](World& w) { return w.Code(w.access_.SetSelQualityClass(high)); }},
+      Data("raw data",
+           [high](World& w, qz::ulong& size) {
+             size = 60;
+             return w.access_.GetRawData(high, 1);
+           }),
+      Data("encoded data",
+           [high](World& w, qz::ulong& size) { return w.access_.GetEncodedData(high, 1, size); }),
+      Data("decoded data",
+           [high](World& w, qz::ulong& size) {
+             size = 60;
+             return w.access_.GetDecodedData(high, 1);
+           }),
+      {"extra data", ExtraData,
+       [](World& w) {
+         EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
+       },
+       kFileCodes},
+      {"information",
+       [high](World& w) {
+         SDInfo info;
+         const bool given = w.access_.GetOriginalSampleInformation(high, info) == &info;
+         const SparedAllocations host;
+         if (given) w.result = info.originalName.c_str();
+         return w.Code(given);
+       }},
+      {"copy", CopyNode, {}, kFileCodes, kDropped},
+      {"gathering",
+       [](World& w) { return w.access_.GatherDeleteInfo(&w.record) ? 0 : kNoCode; },
+       {},
+       {kNoCode}},
+      {"load that encodes anew",
+       LoadFromDatabase<false>,
+       [](World& w) {
+         StoreInDatabase<false>(w);
+         EXPECT_TRUE(DIOFile::Delete(w.EncodedPath("High")));
+       },
+       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTREAD,
+        SDAccess::ERROR_COULDNOTGETSAMPLEINFO},
+       kList + Names{"disk db/samples"},
+       true},
+      Undo("an import",
+           [](World& w) {
+             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
+           }),
+      Undo("a format change",
+           [](World& w) {
+             EXPECT_TRUE(w.Save());
+             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("Low", kAdpcm));
+           }),
+      Undo("a removal",
+           [](World& w) { EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low")); }),
+      Undo("a removal of the last",
+           [](World& w) {
+             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low"));
+             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High"));
+           }),
+      Undo("a load",
+           [](World& w) {
+             EXPECT_TRUE(w.access_.Save(nullptr, &kFile));
+             EXPECT_TRUE(w.host_.LoadNodeFile(w.node_, kFile));
+           }),
+      Undo("a selection", [](World& w) { EXPECT_TRUE(w.access_.SetSelQualityClass("High")); }),
+      {"undo of a deletion", UndoDeletion, DeleteNode, {kNoCode}, kDropped + Names{"- to delete "}},
+      {"check-out",
+       [](World& w) { return Answer(w, w.access_.CheckOut(kOut)); },
+       {},
+       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
+        SDAccess::ERROR_COULDNOTGATHERFILEINFO},
+       {"disk out/"}},
+      {"check-out once more",
+       [](World& w) {
+         return Answer(
+             w, w.access_.IsCheckedOut() ? w.access_.RedoCheckOut() : w.access_.CheckOut(kOut));
+       },
+       CheckOutAndEdit,
+       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
+        SDAccess::ERROR_COULDNOTGATHERFILEINFO},
+       {"disk out/", "out "}},
+      {"check-in",
+       [](World& w) { return Answer(w, w.access_.CheckIn()); },
+       CheckOutAndEdit,
+       kFileCodes,
+       {},
+       true},
+      {"check-in from another folder",
+       [from = qz::string("S:\\out\\else")](World& w) {
+         return Answer(w, w.access_.CheckIn(from));
+       },
+       [](World& w) {
+         CheckOutAndEdit(w);
+         EXPECT_TRUE(DIOFile::CreateDirectoryA("S:\\out\\else"));
+         for (const char* name : {"\\kick (Low).wav", "\\kick (High).wav"}) {
+           const qz::string file = name;
+           EXPECT_TRUE(DIOFile::Rename(kOut + file, kOut + "\\else" + file));
+         }
+       },
+       kFileCodes,
+       {},
+       true},
+      {"undo of a check-in",
+       [](World& w) { return Answer(w, w.access_.UndoCheckIn()); },
+       CheckIn,
+       {SDAccess::ERROR_NOMEMORY},
+       {"+ disk db/samples/"}},
+      {"end of a node", Drop, {}, {}, {"to delete "}},
+      {"close behind a save", Close, SaveChangeAndSave, {}, {"+ disk db/samples/"}},
+      {"close without a save", Close, SaveAndChange, {}, {"+ disk db/samples/"}},
+      {"close behind a failed save", Close, SaveChangeAndFailToSave, {}, {"+ disk db/samples/"}},
+  };
+  for (Operation& operation : StoredForms<false>("node", kList))
+    all.push_back(std::move(operation));
+  return all;
+}
+
+std::vector<Operation> SetupOperations() {
+  const qz::string added = "a class with a longer name";
+  const qz::string folder = "S:\\db\\samples of this database alone\\";
+  const auto text = [](const char* name, const std::function<qz::string(World&)>& get) {
+    return Operation{name,
+                     [get](World& w) {
+                       const qz::string given = get(w);
+                       const SparedAllocations host;
+                       w.result = given.c_str();
+                       return given.empty() ? kNoCode : 0;
+                     },
+                     {},
+                     {kNoCode}};
+  };
+  const auto texts = [](const char* name, const std::function<std::list<qz::string>(World&)>& get) {
+    return Operation{name,
+                     [get](World& w) {
+                       const std::list<qz::string> all = get(w);
+                       const SparedAllocations host;
+                       w.result.clear();
+                       for (const qz::string& one : all)
+                         w.result += std::string(one.c_str()) + ",";
+                       return all.empty() ? kNoCode : 0;
+                     },
+                     {},
+                     {kNoCode}};
+  };
+  std::vector<Operation> all = {
+      {"class to add",
+       [added](World& w) { return Answer(w, w.setup_.AddQualityClass(added, 9)); },
+       {},
+       {SDSetup::ERROR_COULDNOTWRITE}},
+      {"class to remove", [name = qz::string("Third")](
+                              World& w) { return Answer(w, w.setup_.RemoveQualityClass(name)); }},
+      {"folder to set",
+       [folder](World& w) { return static_cast<int>(w.setup_.SetSampleFolder(folder)); },
+       {},
+       {},
+       {"place "}},
+      text("folder", [](World& w) { return w.setup_.GetSampleFolder(); }),
+      text("platform", [](World& w) { return w.setup_.GetTargetPlatform(); }),
+      text("platform of a node", [](World& w) { return w.access_.GetTargetPlatform(); }),
+      text("selected class", [](World& w) { return w.access_.GetSelQualityClass(); }),
+      text("class by place",
+           [](World& w) {
+             qz::string name;
+             w.setup_.GetQualityClassName(3, name);
+             return name;
+           }),
+      text("class by level",
+           [](World& w) {
+             qz::string name;
+             w.setup_.GetQualityClassNameFromLevel(9, name);
+             return name;
+           }),
+      text("error text of a node",
+           [](World& w) {
+             qz::string message;
+             qz::ulong code = 0;
+             EXPECT_TRUE(w.access_.GetLastError(message, code));
+             EXPECT_EQ(qz::ulong{SDAccess::ERROR_UNKNOWNCLASS}, code);
+             return message;
+           }),
+      text("error text",
+           [](World& w) {
+             qz::string message;
+             qz::ulong code = 0;
+             EXPECT_TRUE(w.setup_.GetLastError(message, code));
+             return message;
+           }),
+      texts("formats", [](World& w) { return w.access_.EnumerateSampleFormats(); }),
+      texts("classes", [](World& w) { return w.setup_.EnumerateQualityClasses(); }),
+      texts("classes of a node", [](World& w) { return w.access_.GetQualityClasses(); }),
+      {"objects",
+       [](World& w) {
+         int made = 0;
+         for (const _GUID* type : {&hdbTypeSampleData, &hdbTypeSampleDataSetup}) {
+           void* object = w.host_.Base()->CreateInterface(type, &dbSubTypeTarvane);
+           if (object == nullptr) continue;
+           w.host_.Base()->ReleaseInterface(type, object);
+           ++made;
+         }
+         return made == 2 ? 0 : kNoCode;
+       },
+       {},
+       {kNoCode}},
+      {"module",
+       [](World&) {
+         EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_ATTACH, nullptr));
+         const bool made = RequestBaseInterface() != nullptr;
+         EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_DETACH, nullptr));
+         return made ? 0 : kNoCode;
+       },
+       {},
+       {kNoCode}},
+  };
+  for (Operation& operation : StoredForms<true>("setup", {"class ", "place "}))
+    all.push_back(std::move(operation));
+  // With an entry whose name lies on the heap, and an error to report.
+  for (Operation& operation : all) {
+    operation.prepare = [former = std::move(operation.prepare),
+                         isNew = operation.name == "class to add", added](World& w) {
+      w.access_.SetSelQualityClass("unknown");
+      if (!isNew) w.setup_.AddQualityClass(added, 9);
+      if (former) former(w);
+      w.access_.SetSelQualityClass("unknown");
+      if (!isNew) w.setup_.RemoveQualityClass("unknown");
+    };
+  }
+  return all;
+}
+
+}  // namespace sdtest
