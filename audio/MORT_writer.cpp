@@ -81,7 +81,10 @@ int mort_WriteWave(const char* name, _AUDIO* audio, qz::ushort codec) {
   int result = kFailed;
   if (std::FILE* file = platform::fopen(name, "w+b"); file != nullptr) {
     result = WriteFile(file, audio, codec);
-    std::fclose(file);
+    const bool written = std::ferror(file) == 0;
+    if ((std::fclose(file) != 0 || !written) && result == 0) {
+      result = audioFail(kFailed, "Error writing to file!");
+    }
   } else {
     audioFail(kFailed, "Could not create file `%s'!", name);
   }

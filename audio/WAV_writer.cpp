@@ -114,6 +114,7 @@ int wav_WriteWave(const char* name, _AUDIO* audio) {
   const qz::int64 fileSize = platform::ftell64(file);
   platform::fseek64(file, kRiffSizeOffset, SEEK_SET);
   audioWriteIntel32(file, static_cast<qz::ulong>(fileSize) - kRiffHeadSize);
-  std::fclose(file);
+  const bool written = std::ferror(file) == 0;
+  if (std::fclose(file) != 0 || !written) return audioFail(1, "Error writing to file!");
   return 0;
 }

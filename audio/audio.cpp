@@ -64,7 +64,11 @@ int OpenAndRead(const char* name, _AUDIO* audio, bool stream, bool infoOnly) {
     audio->Stream->fhandle = file;
   }
 
-  const int result = ReadFile(file, name, audio, infoOnly);
+  int result = ReadFile(file, name, audio, infoOnly);
+  // A file that ends early reads as zeros; a disk that fails must not pass for one.
+  if (result == AUDIO_OK && std::ferror(file) != 0) {
+    result = audioFail(AUDIO_BADCONTENT, "Error reading file `%s'!", name);
+  }
   // A file that a reader took belongs to the record's stream, where there is one.
   if (audio->Stream == nullptr || result == AUDIO_UNKNOWNTYPE) std::fclose(file);
   return result;
