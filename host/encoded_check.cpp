@@ -174,6 +174,10 @@ void CheckChannel(Bytes& file, const EncodedHead& head, unsigned channel) {
     throw Broken{fmt::format("channel {} has {} + {} bytes where {} + {} belong", channel, dataSize,
                              extraSize, DataSize(head), ExtraSize(head))};
   }
+  // One that follows too soon lies over the end of the one in front of it, which was cut.
+  if (at != table + channel * (kChunkHeadSize + dataSize + extraSize)) {
+    throw Broken{fmt::format("channel {} does not begin where the one before it ends", channel)};
+  }
   if (at + kChunkHeadSize + dataSize + extraSize > file.size()) {
     throw Broken{fmt::format("it ends in channel {}", channel)};
   }
