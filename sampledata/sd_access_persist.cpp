@@ -186,6 +186,8 @@ SDAccess::SDError SDAccess::ReadNode(DIOFile* file) {
   if (!sampleList.empty()) {
     qz::string base;
     DIOFile::SplitName(sampleList.front().fileName, internalSampleFileName, base);
+    // Of a file that is there only memory can have kept the name back, and the folder with it.
+    if (base.empty()) return ERROR_NOMEMORY;
   }
   return ERROR_OK;
 }
@@ -193,10 +195,10 @@ SDAccess::SDError SDAccess::ReadNode(DIOFile* file) {
 SDAccess::SDError SDAccess::ReadSample(DIOFile* file) {
   std::list<SDSample> record(1);
   SDSample& sample = record.front();
-  if (!file->ReadString(sample.qualClass)) return ERROR_COULDNOTREAD;
-  // A cut in these two shows at the next field.
-  file->ReadString(sample.originalName);
-  file->ReadString(sample.fileName);
+  if (!file->ReadString(sample.qualClass) || !file->ReadString(sample.originalName) ||
+      !file->ReadString(sample.fileName)) {
+    return ERROR_COULDNOTREAD;
+  }
   FixLocation(sample.fileName);
 
   ulong compType = 0;
