@@ -107,11 +107,12 @@ bool IsPipeName(const char* name) {
 
 HANDLE OpenPipe(const char* name) {
   std::shared_ptr<PipeReader> reader;
+  const std::string key = name;  // what needs memory comes first: nobody could close the handle
   auto end = std::make_shared<PipeWriter>();
   const HANDLE handle = AddObject(end);
   {
     const std::lock_guard guard(AllPipes().lock);
-    const auto found = AllPipes().byName.find(name);
+    const auto found = AllPipes().byName.find(key);
     if (found != AllPipes().byName.end()) reader = found->second.lock();
     if (reader != nullptr) end->fd.Reset(reader->writer.Release());
   }
@@ -154,12 +155,18 @@ HANDLE CreateNamedPipeA(LPCSTR name, DWORD /*openMode*/, DWORD /*pipeMode*/, DWO
     if (!posix::IsPipeName(name)) return posix::NoPipe(ERROR_INVALID_NAME);
     auto reader = std::make_shared<posix::PipeReader>();
     if (!posix::MakePipe(*reader)) return posix::NoPipe(posix::ErrorOf(errno));
+    reader->name = name;
     const std::lock_guard guard(posix::AllPipes().lock);
-    const auto [place, isNew] = posix::AllPipes().byName.try_emplace(name);
+    auto& pipes = posix::AllPipes().byName;
+    const auto [place, isNew] = pipes.try_emplace(reader->name);
     if (!isNew && !place->second.expired()) return posix::NoPipe(ERROR_PIPE_BUSY);
     place->second = reader;
-    reader->name = name;
-    return posix::AddObject(std::move(reader));
+    try {
+      return posix::AddObject(std::move(reader));
+    } catch (const std::bad_alloc&) {
+      pipes.erase(place);
+      throw;
+    }
   });
 }
 
