@@ -68,6 +68,52 @@ bool AskFaultHook(Call call, const char* path) {
   return true;
 }
 
+// --- FILEs, whose calls the run-time library makes ---
+
+namespace {
+
+std::FILE* Inner(void* cookie) {
+  return static_cast<std::FILE*>(cookie);
+}
+
+ssize_t ReadInner(void* cookie, char* buffer, std::size_t size) {
+  if (FaultedTransfer(Call::kReadFile, size)) {
+    errno = EIO;
+    return -1;
+  }
+  const std::size_t done = std::fread(buffer, 1, size, Inner(cookie));
+  return static_cast<ssize_t>(done);
+}
+
+ssize_t WriteInner(void* cookie, const char* buffer, std::size_t size) {
+  if (FaultedTransfer(Call::kWriteFile, size)) {
+    errno = ENOSPC;
+    return 0;
+  }
+  const std::size_t done = std::fwrite(buffer, 1, size, Inner(cookie));
+  return std::fflush(Inner(cookie)) == 0 ? static_cast<ssize_t>(done) : 0;
+}
+
+int SeekInner(void* cookie, off64_t* offset, int origin) {
+  if (fseeko(Inner(cookie), *offset, origin) != 0) return -1;
+  *offset = ftello(Inner(cookie));
+  return 0;
+}
+
+int CloseInner(void* cookie) {
+  const bool faulted = Faulted(Call::kCloseHandle);
+  const int result = std::fclose(Inner(cookie));
+  return faulted ? EOF : result;
+}
+
+}  // namespace
+
+std::FILE* MakeFailing(std::FILE* file, const char* mode) {
+  std::FILE* const failing =
+      fopencookie(file, mode, {ReadInner, WriteInner, SeekInner, CloseInner});
+  return failing != nullptr ? failing : file;
+}
+
 DWORD ErrorOf(int number) {
   switch (number) {
     case 0:

@@ -246,7 +246,7 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* 
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* overlapped) {
   if (done != nullptr) *done = 0;
-  if (posix::Faulted(Call::kReadFile)) return FALSE;
+  if (posix::FaultedTransfer(Call::kReadFile, count)) return FALSE;
   const int fd = posix::ToDescriptor(file);
   if (fd < 0) return posix::ReadPipe(file, buffer, count, done, overlapped);
   auto* at = static_cast<char*>(buffer);
@@ -267,7 +267,7 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD done, OVERLAPPED*
 
 BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD done, OVERLAPPED* /*overlapped*/) {
   if (done != nullptr) *done = 0;
-  if (posix::Faulted(Call::kWriteFile)) return FALSE;
+  if (posix::FaultedTransfer(Call::kWriteFile, count)) return FALSE;
   const int fd = posix::ToDescriptor(file);
   if (fd < 0) return posix::Fail(ERROR_INVALID_HANDLE);
   const auto* at = static_cast<const char*>(buffer);
@@ -420,6 +420,7 @@ std::FILE* fopen(const char* path, const char* mode) {
       if (file == nullptr) return posix::ErrorOf(errno);
       const int fd = result.file.Release();
       if (request.flags != O_RDONLY && result.existed) posix::MarkArchive(fd);
+      if (posix::faultHook != nullptr) file = posix::MakeFailing(file, mode);
       return NO_ERROR;
     });
   }

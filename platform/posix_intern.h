@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <new>
 #include <string>
 #include <string_view>
@@ -53,6 +54,19 @@ inline bool Faulted(Call call, const char* path = "") {
   }
   return AskFaultHook(call, path);
 }
+
+// As Faulted, for a call that moves `count` bytes; half of them where a test wants it short.
+template <typename Count>
+bool FaultedTransfer(Call call, Count& count) {
+  if (!Faulted(call)) return false;
+  if (GetLastError() != kShortTransfer) return true;
+  count /= 2;
+  return false;
+}
+
+// A FILE whose reads, writes and close ask the hook and then go to `file`, which it owns. `file`
+// itself where memory runs out.
+std::FILE* MakeFailing(std::FILE* file, const char* mode);
 
 // --- Descriptors and locks ---------------------------------------------------------------------
 
