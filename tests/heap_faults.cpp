@@ -146,6 +146,10 @@ Spared::~Spared() {
   const std::lock_guard guard(lock);
   --sparers;
 }
+bool Spared::Any() {
+  const std::lock_guard guard(lock);
+  return sparers > 0;
+}
 
 Watch::Watch() {
   LiveBlocks().clear();

@@ -29,6 +29,8 @@ class Spared {
   ~Spared();
   Spared(const Spared&) = delete;
   Spared& operator=(const Spared&) = delete;
+  // One lives.
+  static bool Any();
 };
 
 // While it lives, blocks are watched. Not nested.

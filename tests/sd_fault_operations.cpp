@@ -8,9 +8,23 @@ namespace sdtest {
 
 namespace {
 
-using Names = std::vector<std::string>;
+using Names = Lines;
+using platform::Call;
 
 const qz::string kFile = "S:\\a node file of some name";
+
+// An encoder does not notice what its writes come to. A raw file whose time cannot be read is taken
+// for a new one, and one that cannot be read leaves the encoded file as it was.
+const Calls kEncoder =
+    kEnds + Calls{Call::kWriteFile,       Call::kSetFilePointer, Call::kFindFirstFile,
+                  Call::kGetFullPathName, Call::kFopen,          Call::kReadFile};
+
+Calls AllCalls() {
+  Calls all;
+  for (int call = 0; call < static_cast<int>(Call::kCount); ++call)
+    all.insert(static_cast<Call>(call));
+  return all;
+}
 
 // A failed change may leave the files that it could not delete either, all in new folders, and the
 // list of a failed load what was read by then.
@@ -21,11 +35,6 @@ const std::set<int> kFileCodes = {SDAccess::ERROR_NOMEMORY,     SDAccess::ERROR_
                                   SDAccess::ERROR_INTERNAL,     SDAccess::ERROR_COULDNOTLOAD,
                                   SDAccess::ERROR_COULDNOTREAD, SDAccess::ERROR_COULDNOTWRITE};
 const Names kList = {"sample ", "encoded ", "stamp ", "selected ", "folder "};
-
-Names operator+(Names left, const Names& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
 
 int Answer(const World& w, SDAccess::SDError error) {
   return SDTestAccess::LastError(w.access_) == error ? error : kMismatch;
@@ -38,14 +47,15 @@ int Answer(const World& w, SDSetup::SDError error) {
 
 Operation Import(const std::string& name, const char* source, Format format, const char* qualClass,
                  std::function<void(World&)> prepare = {}) {
-  Operation import{name, {}, std::move(prepare)};
-  import.body = [ from = qz::string(source), format, to = qz::string(qualClass) ](World & w) {
+  Operation bringIn{name, {}, std::move(prepare)};
+  bringIn.body = [from = qz::string(source), format, to = qz::string(qualClass)](World& w) {
     return Answer(w, w.access_.ImportSample(from, format, to));
-};
-import.codes = kFileCodes;
-import.encodes = true;
-return import;
-}  // namespace
+  };
+  bringIn.codes = kFileCodes;
+  bringIn.encodes = true;
+  bringIn.untold = kEncoder;
+  return bringIn;
+}
 
 // Behind the move to a new folder the samples are as they were, in another place.
 const Names kMoved = kNewFiles + Names{"folder ", "sample ", "+ to delete "};
@@ -61,6 +71,7 @@ Operation Change(const std::string& name, const char* qualClass, Format format) 
   change.codes = kFileCodes;
   change.leaves = kMoved + Names{"+ undo "};
   change.encodes = true;
+  change.untold = kEncoder;
   return change;
 }
 
@@ -71,6 +82,7 @@ Operation Remove(const std::string& name, std::function<void(World&)> prepare = 
   };
   remove.codes = kFileCodes;
   remove.leaves = kMoved;
+  remove.shrugs = {"+ disk db/samples/"};
   return remove;
 }
 
@@ -94,7 +106,10 @@ Operation Data(const std::string& name, const std::function<void*(World&, qz::ul
           [](World& w) {
             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
           },
-          kFileCodes};
+          kFileCodes,
+          {},
+          false,
+          kEnds + Calls{Call::kReadFile}};
 }
 
 int ExtraData(World& w) {
@@ -146,6 +161,7 @@ int LoadFromDatabase(World& w) {
     EXPECT_TRUE(w.stream->GetPosition(start));
   }
   const bool loaded = Object<kIsSetup>(w).Load(w.stream, nullptr);
+  const SparedAllocations host;
   if (!loaded) w.stream->SetPosition(start, DIOFile::SEEKMODE_START);
   return NodeCode<kIsSetup>(w, loaded);
 }
@@ -159,6 +175,8 @@ template <bool kIsSetup>
 std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace) {
   const int write = kIsSetup ? int{SDSetup::ERROR_COULDNOTWRITE} : SDAccess::ERROR_COULDNOTWRITE;
   const int read = kIsSetup ? int{SDSetup::ERROR_COULDNOTREAD} : SDAccess::ERROR_COULDNOTREAD;
+  // An encoded file that cannot be seen is made anew.
+  const Calls untold = kIsSetup ? kEnds : kEncoder;
   const std::set<int> reads = {read, kIsSetup ? read : SDAccess::ERROR_NOMEMORY,
                                kIsSetup ? read : SDAccess::ERROR_COULDNOTGETSAMPLEINFO};
   return {
@@ -171,11 +189,16 @@ std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace
        [](World& w) { return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(w.stream, nullptr)); },
        [](World& w) { OpenDatabase(w, DIOFile::OPENMODE_CREATE); },
        {write},
-       {"stamp ", "disk db/database"}},
+       {"stamp ", "disk db/database"},
+       false,
+       kEnds,
+       {},
+       {"disk db/database"}},
       {name + " load of a file", LoadFile<kIsSetup>,
-       [](World& w) { EXPECT_TRUE(Object<kIsSetup>(w).Save(nullptr, &kFile)); }, reads, inPlace},
+       [](World& w) { EXPECT_TRUE(Object<kIsSetup>(w).Save(nullptr, &kFile)); }, reads, inPlace,
+       false, untold},
       {name + " load from the database", LoadFromDatabase<kIsSetup>, StoreInDatabase<kIsSetup>,
-       reads, inPlace},
+       reads, inPlace, false, untold},
   };
 }
 
@@ -195,7 +218,10 @@ int UndoLast(World& w) {
 }
 
 Operation Undo(const std::string& name, std::function<void(World&)> prepare) {
-  return {"undo of " + name, UndoLast, std::move(prepare), {kNoCode}, {"+ disk db/samples/"}};
+  Operation undo{"undo of " + name, UndoLast, std::move(prepare), {kNoCode}};
+  undo.shrugs = {"+ disk db/samples/"};
+  undo.deletes = {"- disk db/samples/"};
+  return undo;
 }
 
 // The host drops a node whose undo or copy has failed, and that marks the node's files.
@@ -283,7 +309,15 @@ void SaveChangeAndFailToSave(World& w) {
   EXPECT_FALSE(w.Save());
 }
 
-}  // namespace sdtest
+Operation Closing(const char* name, void (*prepare)(World&)) {
+  Operation closing{name, Close, prepare};
+  closing.shrugs = {"+ disk db/samples/"};
+  closing.untold = AllCalls();
+  closing.deletes = {"- disk db/samples/"};
+  return closing;
+}
+
+}  // namespace
 
 std::vector<Operation> NodeOperations() {
   const qz::string high = "High";
@@ -345,7 +379,10 @@ std::vector<Operation> NodeOperations() {
        {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTREAD,
         SDAccess::ERROR_COULDNOTGETSAMPLEINFO},
        kList + Names{"disk db/samples"},
-       true},
+       true,
+       kEncoder,
+       {},
+       {"disk db/samples"}},
       Undo("an import",
            [](World& w) {
              EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
@@ -383,13 +420,18 @@ std::vector<Operation> NodeOperations() {
        CheckOutAndEdit,
        {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
         SDAccess::ERROR_COULDNOTGATHERFILEINFO},
-       {"disk out/", "out "}},
+       {"disk out/", "out "},
+       false,
+       kEnds,
+       {},
+       {"disk out/"}},
       {"check-in",
        [](World& w) { return Answer(w, w.access_.CheckIn()); },
        CheckOutAndEdit,
        kFileCodes,
        {},
-       true},
+       true,
+       kEncoder},
       {"check-in from another folder",
        [from = qz::string("S:\\out\\else")](World& w) {
          return Answer(w, w.access_.CheckIn(from));
@@ -404,16 +446,30 @@ std::vector<Operation> NodeOperations() {
        },
        kFileCodes,
        {},
-       true},
+       true,
+       kEncoder},
       {"undo of a check-in",
        [](World& w) { return Answer(w, w.access_.UndoCheckIn()); },
        CheckIn,
        {SDAccess::ERROR_NOMEMORY},
-       {"+ disk db/samples/"}},
-      {"end of a node", Drop, {}, {}, {"to delete "}},
-      {"close behind a save", Close, SaveChangeAndSave, {}, {"+ disk db/samples/"}},
-      {"close without a save", Close, SaveAndChange, {}, {"+ disk db/samples/"}},
-      {"close behind a failed save", Close, SaveChangeAndFailToSave, {}, {"+ disk db/samples/"}},
+       {},
+       false,
+       kEnds + Calls{Call::kFindFirstFile, Call::kGetFullPathName},
+       {"+ disk db/samples/"},
+       {"- disk db/samples/"}},
+      {"end of a node", Drop, {}, {}, {}, false, kEnds, {"to delete "}},
+      Closing("close behind a save", SaveChangeAndSave),
+      Closing("close without a save", SaveAndChange),
+      Closing("close behind a failed save", SaveChangeAndFailToSave),
+      {"save of the database",
+       [](World& w) { return w.Save() ? 0 : kNoCode; },
+       SaveAndChange,
+       {kNoCode},
+       {"stamp ", "version ", "bookmark", "- unsaved ", "disk db/sav"},
+       false,
+       kEnds,
+       {},
+       {"disk db/sav"}},
   };
   for (Operation& operation : StoredForms<false>("node", kList))
     all.push_back(std::move(operation));
@@ -458,6 +514,9 @@ std::vector<Operation> SetupOperations() {
        [folder](World& w) { return static_cast<int>(w.setup_.SetSampleFolder(folder)); },
        {},
        {},
+       {},
+       false,
+       {Call::kGetFullPathName},
        {"place "}},
       text("folder", [](World& w) { return w.setup_.GetSampleFolder(); }),
       text("platform", [](World& w) { return w.setup_.GetTargetPlatform(); }),

@@ -133,16 +133,51 @@ void World::DropNode(FakeNode& node) {
 }
 
 bool World::Save() {
-  SetTimes();
-  DIOFile* file = DIOFile::OpenFile("S:\\db\\saving", DIOFile::OPENMODE_CREATE);
+  {
+    const SparedAllocations own;
+    SetTimes();
+  }
+  static const qz::string kSaving = "S:\\db\\saving";
+  DIOFile* file = DIOFile::OpenFile(kSaving, DIOFile::OPENMODE_CREATE);
   if (file == nullptr) return false;
-  bool saved = setup_.Save(file, nullptr);
+  bool done = setup_.Save(file, nullptr);
   for (FakeNode* node : nodes)
-    saved = saved && node->Sample().Save(file, nullptr);
-  saved = DIOFile::CloseFile(file) && saved;
-  if (!saved) return false;
-  DIOFile::Delete("S:\\db\\saved");
-  return DIOFile::Rename("S:\\db\\saving", "S:\\db\\saved");
+    done = done && node->Sample().Save(file, nullptr);
+  done = DIOFile::CloseFile(file) && done;
+  if (!done) return false;
+  const SparedAllocations host;
+  std::filesystem::rename(folder_ + "/s/db/saving", folder_ + "/s/db/saved");
+  saved = RawFiles(nodes);
+  return true;
+}
+
+std::map<std::string, std::string> World::RawFiles(const std::vector<FakeNode*>& of) const {
+  std::map<std::string, std::string> files;
+  for (const FakeNode* node : of) {
+    for (const SDSample& sample : SDTestAccess::Samples(node->Sample())) {
+      files[sample.qualClass.c_str()] +=
+          ReadBytes(Native(SDTestAccess::Expand(node->Sample(), sample.fileName)));
+    }
+  }
+  return files;
+}
+
+std::map<std::string, std::string> World::Reopen() {
+  FakeHost host(host_.filename);
+  std::vector<FakeNode*> loaded;
+  DIOFile* file = DIOFile::OpenFile("S:\\db\\saved", DIOFile::OPENMODE_OPEN);
+  qz::uint64 size = 0;
+  EXPECT_TRUE(file->GetFileSize(size));
+  for (qz::uint64 at = 0; at < size && !::testing::Test::HasFailure();) {
+    // The host reads the type chunk.
+    EXPECT_TRUE(file->SetPosition(qz::uint64{28}, DIOFile::SEEKMODE_CURRENT));
+    FakeNode& node = at == 0 ? host.AddSetup() : host.AddSample();
+    EXPECT_TRUE(node.GetTypeInterface()->Load(file, nullptr)) << FakeHost::ErrorText(node);
+    if (at != 0) loaded.push_back(&node);
+    EXPECT_TRUE(file->GetPosition(at));
+  }
+  DIOFile::CloseFile(file);
+  return RawFiles(loaded);
 }
 
 int World::Repair() {

@@ -13,6 +13,10 @@
 namespace sdtest {
 
 using Lines = std::vector<std::string>;
+inline Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
 
 // A database with the classes Low, High and Third and one node: Low in PCM16, High in stereo ADPCM,
 // with the selection on Low. On W: sounds of every kind; in S:\out nothing yet.
@@ -39,8 +43,11 @@ class World : public SampleNodeTest {
   // The content of all files of all samples, wherever they lie.
   std::string Content();
 
-  // Setup and nodes into one file, as a host saves them.
+  // Setup and nodes into one file, as a host saves them; `saved` is then what Reopen has to give:
+  // the raw files of that state, by class.
   bool Save();
+  std::map<std::string, std::string> saved;
+  std::map<std::string, std::string> Reopen();
   // Gives all files of the node one time: stored nodes tell them.
   void SetTimes();
   // What the host's repair comes to: makes encoded files anew that are broken or older than their
@@ -67,6 +74,7 @@ class World : public SampleNodeTest {
   void PrintSetup();
   void PrintDisk();
   void Add(const std::string& line);
+  std::map<std::string, std::string> RawFiles(const std::vector<FakeNode*>& of) const;
   std::string Named(const std::string& text, bool isNew);
 
   Lines lines_;
@@ -77,6 +85,17 @@ class World : public SampleNodeTest {
 // with one of `but`.
 std::string Difference(const Lines& before, const Lines& after,
                        const std::vector<std::string>& but);
+
+using Calls = std::set<platform::Call>;
+inline Calls operator+(Calls left, const Calls& right) {
+  left.insert(right.begin(), right.end());
+  return left;
+}
+
+// Ends of searches, reads and deletions.
+inline const Calls kEnds = {platform::Call::kFindClose, platform::Call::kCloseHandle,
+                            platform::Call::kDeleteFile, platform::Call::kRemoveDirectory,
+                            platform::Call::kGetFileAttributes};
 
 struct Operation {
   std::string name;
@@ -89,6 +108,12 @@ struct Operation {
   std::vector<std::string> leaves = {};
   // Its encodes may fail unnoticed; the files that the host finds out are then made anew.
   bool encodes = false;
+  // Platform calls whose failure alone need not be told.
+  Calls untold = kEnds;
+  // Starts of the lines in which it may come out otherwise though it says that all went well.
+  std::vector<std::string> shrugs = {};
+  // Starts of the lines that a process which is stopped may have changed, beside new files.
+  std::vector<std::string> deletes = {};
 };
 
 inline void PrintTo(const Operation& operation, std::ostream* out) {

@@ -27,10 +27,10 @@ long failedCalls = 0;
 FailingCall::FailingCall(int n, Filter counts, DWORD error, bool forGood) : left_(n) {
   platform::SetFaultHook([this, counts = std::move(counts), error, forGood](
                              platform::Call call, const char* path) -> DWORD {
-    if (left_ <= 0 && !(forGood && fired_)) return NO_ERROR;
-    if (counts && !counts(call, path)) return NO_ERROR;
-    if (--left_ > 0) return NO_ERROR;
+    if (SparedAllocations::Any()) return NO_ERROR;  // the host's own
     const SparedAllocations own;
+    if (counts && !counts(call, path)) return NO_ERROR;
+    if (!(fired_ && forGood) && (left_ == 0 || --left_ > 0)) return NO_ERROR;
     if (!fired_) path_ = path;
     if (!fired_) kind_ = call;
     fired_ = true;

@@ -1,5 +1,7 @@
 // Import, format change, removal and selection of samples: what the host hears and decides, and
 // faults of files. What they leave on the disk and in the bookkeeping the random walk compares.
+#include <algorithm>
+
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
@@ -148,6 +150,24 @@ TEST_F(SampleSet, FormatChangeWhoseEncodeFailedCanBeUndone) {
   EXPECT_TRUE(fault.Fired());
   EXPECT_EQ(undo + 1, host_.undo.size());
   EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, Record("Low").compType);
+}
+
+// A file of someone else's where a new one should go is neither taken nor removed.
+TEST_F(SampleSet, ChangeDeletesNoFileThatItDidNotMake) {
+  ImportTwo();
+  int copies = 0;
+  const Tree before = Database();
+  const FailingCall hook(0, [&](platform::Call call, const std::string&) {
+    // Into the new folder, in front of the second copy.
+    if (call != platform::Call::kCopyFile || ++copies != 2) return false;
+    const qz::string folder = SDTestAccess::Expand(access_, SDTestAccess::Folder(access_));
+    WriteBytes(Native(folder + "Low.esmp"), "someone else's");
+    return false;
+  });
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTCOPYSAMPLE, access_.ChangeSampleFormat("Low", kAdpcmPlus));
+  const std::string difference = Difference(before, Database());
+  EXPECT_THAT(difference, ::testing::HasSubstr("Low.esmp"));
+  EXPECT_EQ(2, std::count(difference.begin(), difference.end(), '\n')) << difference;
 }
 
 // --- Removal ---

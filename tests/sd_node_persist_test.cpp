@@ -135,11 +135,6 @@ TEST_F(StoredSample, IsNotSavedWithoutItsFiles) {
     EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record(qualClass).savedVersionIdentifier);
 }
 
-TEST_F(StoredSample, LeavesNoFileBehindAFailedSave) {
-  ImportTwo();
-  EXPECT_GT(LeavesNoFileBehindFailedSaves([] {}, [] {}), 40);
-}
-
 // --- Load ---
 
 TEST_F(StoredSample, MakesALostEncodedFileAnewButNoneThatIsOutOfDate) {

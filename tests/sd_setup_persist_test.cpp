@@ -104,26 +104,6 @@ TEST_F(StoredSetup, TurnsTheListsOverAtASaveInEitherMode) {
   }
 }
 
-// Nor does a save that failed count as one.
-TEST_F(StoredSetup, LeavesNothingBehindAFailedSave) {
-  Fill();
-  SDVersionID before;
-  LeavesNoFileBehindFailedSaves(
-      [&] {
-        for (SDDeleteInfoList* list :
-             {&SDTestAccess::ToDelete(setup_), &SDTestAccess::Unsaved(setup_)}) {
-          *list = SDDeleteInfoList();
-          list->push_back(SDTestAccess::Files("a", "b", "c"));
-        }
-        before = SDTestAccess::SavedVersion(setup_);
-      },
-      [&] {
-        EXPECT_EQ(0u, SDTestAccess::Bookmark(SDTestAccess::ToDelete(setup_)));
-        EXPECT_EQ(1u, SDTestAccess::Unsaved(setup_).size());
-        EXPECT_EQ(before, SDTestAccess::SavedVersion(setup_));
-      });
-}
-
 // --- Files that are not what they should be ---
 
 TEST_F(StoredSetup, RefusesAFileThatEndsEarly) {

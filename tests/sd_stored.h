@@ -67,46 +67,6 @@ class StoredTest : public Base {
     return ErrorOf(node);
   }
 
-  // Whatever makes a save fail leaves no file. `prepare` runs ahead of each save, `check` behind
-  // each that failed. Gives the number of platform calls.
-  template <class Prepare, class Check>
-  int LeavesNoFileBehindFailedSaves(Prepare prepare, Check check) {
-    const std::string whole = Stored();
-    // True while there was a failure to survive.
-    const auto survives = [&](auto arm, const std::string& what) {
-      SCOPED_TRACE(what);
-      prepare();
-      DIOFile::Delete(name_);  // an older file outlives a save that cannot even begin
-      const auto armed = arm();
-      const bool saved = ObjectOf(Node()).Save(nullptr, &name_);
-      const bool fired = armed->Fired();
-      if (saved) {
-        // Memory that the stream could do without is no failure.
-        EXPECT_EQ(whole, FileBytes("stored"));
-        return fired;
-      }
-      EXPECT_TRUE(fired);
-      EXPECT_EQ(Object::ERROR_COULDNOTWRITE, LastError());
-      EXPECT_FALSE(this->Exists(name_));
-      check();
-      return true;
-    };
-    int n = 1;
-    while (survives([n] { return std::make_unique<FailingAllocation>(n); }, std::to_string(n)))
-      ++n;
-    // Ends of searches and the deletion of an older file are not looked at.
-    const auto counts = [](platform::Call call, const std::string&) {
-      return call != platform::Call::kDeleteFile && call != platform::Call::kGetFileAttributes &&
-             call != platform::Call::kFindClose;
-    };
-    n = 1;
-    while (survives([&] { return std::make_unique<FailingCall>(n, counts); },
-                    "platform call " + std::to_string(n))) {
-      ++n;
-    }
-    return n;
-  }
-
   // A name that was cut is looked for, and may not be found, before the cut shows.
   void RefusesEveryCut() {
     const std::string stored = Stored();
