@@ -265,8 +265,8 @@ TEST_F(CommandLine, MovesTheSampleFolderForNewSamplesOnly) {
 }
 
 TEST_F(CommandLine, CarriesAwkwardNames) {
-  const std::vector<std::string> names = {"kick drum 100%", "Höhe",      "%s%n%d", "-dash", "a.b",
-                                          "\xE4 latin",     "line\nfeed"};
+  const std::vector<std::string> names = {"kick drum 100%", "Höhe", "%s%n%d",
+                                          "-dash",          "a.b",  "\xE4 latin"};
   for (const std::string& name : names) {
     folder.Put(name + ".wav", Wav({}));
     Import("./" + name + ".wav", "PCM8");
@@ -279,8 +279,9 @@ TEST_F(CommandLine, CarriesAwkwardNames) {
   Run(0, "class game.db add 'Höhe 50%=1'");
   Run(0, "import game.db Höhe.wav --class 'Höhe 50%' --format ADPCM --node Höhe");
   EXPECT_EQ(Info("Höhe")["classes"].size(), 2u);
-  // No name can write over the screen.
-  EXPECT_THAT(Run(0, "list game.db").out, HasSubstr("line\\x0Afeed"));
+  // No name can write over the screen, not even one that is refused.
+  folder.Put("line\nfeed.wav", Wav({}));
+  EXPECT_THAT(Import("./line\nfeed.wav", "PCM8", 1).err, HasSubstr("line\\x0Afeed.wav  This name"));
   Run(1, "info game.db 'kick drum 100'");
 }
 
