@@ -35,17 +35,17 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const std::uint8_t fault = input.TakeByte();
   const auto first = static_cast<qz::uchar>(1 + input.TakeByte() % kFormats);
-  fuzz::Drive::Get().Put("source.wav", input.Bytes());
+  fuzz::Drive::Instance().Put("source.wav", std::string(input.Bytes()));
   {
     const fuzz::Faults sizesAlone(0);
     if (samplehost::CheckSoundFile(source.c_str()).has_value()) return 0;
   }
   {
-    fuzz::NodeHost database(fuzz::Drive::Get());
+    fuzz::NodeHost database(fuzz::Drive::Instance());
     const fuzz::Faults faults(fault);
     EncodeInAllFormats(database.Sample(), first);
   }
-  const bool clean = fuzz::Drive::Get().Restore();
+  const bool clean = fuzz::Drive::Instance().Restore();
   fuzz::Check(clean || fuzz::Faults::Fired(), "a flagged close leaves no folder");
   return 0;
 }

@@ -20,12 +20,12 @@ SDSample& AddSample(SDAccess& node) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const std::uint8_t fault = input.TakeByte();
-  fuzz::NodeHost database(fuzz::Drive::Get());
+  fuzz::NodeHost database(fuzz::Drive::Instance());
   SDSample& sample = AddSample(database.Sample());
   sample.info.length = sample.encodedInfo.length = input.TakeByte();
   sample.compType = static_cast<SDCompType>(input.TakeByte() % 7);
   const qz::uchar channel = input.TakeByte();
-  fuzz::Drive::Get().Put("db/samples/a/Low.esmp", input.Bytes());
+  fuzz::Drive::Instance().Put("db/samples/a/Low.esmp", std::string(input.Bytes()));
 
   const qz::string qualClass = "Low";
   const fuzz::Faults faults(fault);

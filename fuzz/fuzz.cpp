@@ -6,6 +6,26 @@
 
 namespace fuzz {
 
+namespace {
+
+#if defined(FUZZ_SANITIZED)
+constexpr std::size_t kLargestBlock = 100 * 1024;
+#else
+constexpr std::size_t kLargestBlock = ~std::size_t{0};
+#endif
+
+constexpr int kForGood = 0x80;
+constexpr int kOneByOne = 48;  // beyond, a choice stands for a step of 6
+
+int AllocationOf(std::uint8_t choice) {
+  const int n = choice & (kForGood - 1);
+  return n <= kOneByOne ? n : kOneByOne + (n - kOneByOne) * 6;
+}
+
+long failuresBefore = 0;
+
+}  // namespace
+
 void Check(bool holds, const char* text) {
   if (holds) return;
   std::fprintf(stderr, "Does not hold: %s\n", text);
@@ -31,6 +51,15 @@ std::string_view Input::TakeText() {
   const std::string_view text = bytes_.substr(0, length);
   bytes_.remove_prefix(std::min(length + 1, bytes_.size()));
   return text;
+}
+
+Faults::Faults(std::uint8_t choice)
+    : failing_(AllocationOf(choice), (choice & kForGood) != 0), limit_(kLargestBlock) {
+  failuresBefore = heap_faults::Failures();
+}
+
+bool Faults::Fired() {
+  return heap_faults::Failures() != failuresBefore;
 }
 
 // The calls of the C library's custom streams.

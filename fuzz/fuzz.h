@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "tests/heap_faults.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace fuzz {
@@ -43,21 +45,19 @@ class Input {
 // While it lives, a byte of the input says which allocation of our code fails: none for 0, else one
 // of the first 500, which is followed by all others where the byte's highest bit is set. Under a
 // sanitizer, which pays for every byte of a block, blocks of more than 100 KiB are refused as well:
-// they are claims of a size in a file. The narrow forms of texts are spared: a text that cannot
-// have one stops the program.
+// they are claims of a size in a file.
 class Faults {
  public:
   explicit Faults(std::uint8_t choice);
-  ~Faults();
-  Faults(const Faults&) = delete;
-  Faults& operator=(const Faults&) = delete;
 
-  // Whether an allocation has failed or been refused: results then tell little.
+  // Whether an allocation has failed or been refused since the last object was made: results then
+  // tell little.
   static bool Fired();
-};
 
-// Until it is balanced, no allocation fails: for what belongs to the target.
-void Spare(int by);
+ private:
+  heap_faults::Failing failing_;
+  heap_faults::Limit limit_;
+};
 
 // `bytes` as a file that is open for reading; they must outlive it. Positions behind the end are
 // legal, as in files on disk.

@@ -32,9 +32,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Decode(bytes.data(), static_cast<qz::ulong>(bytes.size()));
 
   // Aligned, and without a byte to spare behind it.
-  fuzz::Spare(1);
-  std::vector<short> samples(bytes.size() / 2);
-  fuzz::Spare(-1);
+  std::vector<short> samples;
+  {
+    const heap_faults::Spared ofTheTarget;
+    samples.resize(bytes.size() / 2);
+  }
   std::copy_n(bytes.data(), samples.size() * 2, reinterpret_cast<char*>(samples.data()));
   _AUDIO sound = {};
   sound.Samples = samples.data();

@@ -22,12 +22,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::uint8_t fault = input.TakeByte();
   const bool ownFile = (input.TakeByte() & 1) != 0;
   {
-    fuzz::NodeHost database(fuzz::Drive::Get());
+    fuzz::NodeHost database(fuzz::Drive::Instance());
     const bool loaded =
         fuzz::LoadStored(database, database.SampleNode(), input.Bytes(), ownFile, fault);
     LookAt(database.Sample(), fault);
     if (loaded) fuzz::CheckSaveAndLoad(database.SampleNode());
   }
-  fuzz::Check(fuzz::Drive::Get().Restore(), "a load makes no folder");
+  fuzz::Check(fuzz::Drive::Instance().Restore(), "a load makes no folder");
   return 0;
 }

@@ -11,21 +11,9 @@
 
 namespace fs = std::filesystem;
 
-namespace sdtest {
-SparedAllocations::SparedAllocations() {
-  fuzz::Spare(1);
-}
-SparedAllocations::~SparedAllocations() {
-  fuzz::Spare(-1);
-}
-}  // namespace sdtest
-
 namespace fuzz {
 
 namespace {
-
-constexpr const char* kSamples = "db/samples";
-constexpr const char* kFolder = "db/samples/a";
 
 // A load from a database begins behind the first chunk of what was saved there, which says what
 // kind of node it is.
@@ -37,53 +25,35 @@ struct FreeBlock {
 
 }  // namespace
 
-Drive& Drive::Get() {
+Drive& Drive::Instance() {
   static Drive drive;
   return drive;
 }
 
-Drive::Drive() : folder_(fs::exists("/dev/shm") ? "/dev/shm/fuzz.XXXXXX" : "/tmp/fuzz.XXXXXX") {
-  Check(mkdtemp(folder_.data()) != nullptr, "a folder can be made");
+Drive::Drive() : TempFolder(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp") {
   GTEST_FLAG_SET(break_on_failure, true);  // what the host expects is a Check here
-  platform::MountDrive('S', folder_);
-  fs::create_directories(Native(kFolder));
-  files_["High.wav"] = sdtest::WavBytes(sdtest::SomeSound(20, 2));
-  files_["Low.wav"] = files_["High.wav"];
-  for (const auto& [name, bytes] : files_)
-    Put(std::string(kFolder) + "/" + name, bytes);
+  platform::MountDrive('S', path);
+  for (const char* name : {"db/samples/a/Low.wav", "db/samples/a/High.wav"})
+    Put(name, sdtest::WavBytes(sdtest::SomeSound(20, 2)));
 
   NodeHost database(*this);
-  Check(database.Sample().ImportSample("S:\\db\\samples\\a\\Low.wav", 2, "Low") == 0,
+  SDAccess& node = database.Sample();
+  Check(node.ImportSample("S:\\db\\samples\\a\\Low.wav", 2, "Low") == SDAccess::ERROR_OK,
         "a sound can be imported");
-  const qz::string encoded = SDTestAccess::EncodedName(
-      database.Sample(), SDTestAccess::Samples(database.Sample()).front().fileName);
-  std::string native;
-  platform::ToNative(encoded.c_str(), native);
-  files_["Low.esmp"] = sdtest::ReadBytes(native);
-  Put(std::string(kFolder) + "/Low.esmp", files_["Low.esmp"]);
-}
-
-Drive::~Drive() {
-  std::error_code ignored;
-  fs::remove_all(folder_, ignored);
-}
-
-void Drive::Put(const std::string& name, std::string_view bytes) const {
-  std::FILE* const file = std::fopen(Native(name).c_str(), "wb");
-  Check(file != nullptr, "a file can be made");
-  std::fwrite(bytes.data(), 1, bytes.size(), file);
-  std::fclose(file);
+  const qz::string& raw = SDTestAccess::Samples(node).front().fileName;
+  DIOFile::Copy(SDTestAccess::EncodedName(node, raw), "S:\\db\\samples\\a\\Low.esmp");
 }
 
 bool Drive::Restore() const {
   bool restored = true;
-  for (const fs::directory_entry& entry : fs::directory_iterator(Native(kSamples))) {
+  for (const fs::directory_entry& entry : fs::directory_iterator(Native("db/samples"))) {
     if (entry.path().filename() == "a") continue;
     fs::remove_all(entry.path());
     restored = false;
   }
-  for (const fs::directory_entry& entry : fs::directory_iterator(Native(kFolder))) {
-    if (files_.count(entry.path().filename().string()) == 0) fs::remove_all(entry.path());
+  for (const fs::directory_entry& entry : fs::directory_iterator(Native("db/samples/a"))) {
+    const std::string name = entry.path().filename().string();
+    if (name != "Low.wav" && name != "Low.esmp" && name != "High.wav") fs::remove_all(entry.path());
   }
   return restored;
 }
@@ -106,7 +76,7 @@ bool LoadStored(NodeHost& database, sdtest::FakeNode& node, std::string_view byt
                 std::uint8_t fault) {
   const qz::string name = "S:\\db\\stored";
   samplehost::MemoryStream stream({bytes.begin(), bytes.end()});
-  if (ownFile) Drive::Get().Put("db/stored", bytes);
+  if (ownFile) Drive::Instance().Put("db/stored", std::string(bytes));
   const Faults faults(fault);
   return ownFile ? database.Host().LoadNodeFile(node, name)
                  : node.GetTypeInterface()->Load(&stream, nullptr);
@@ -127,7 +97,7 @@ void CheckSaveAndLoad(const sdtest::FakeNode& node) {
   const std::vector<unsigned char> saved = Stored(node);
   // A text with a line feed gains a carriage return each time that it is written.
   if (saved.empty() || std::count(saved.begin(), saved.end(), '\n') != 0) return;
-  NodeHost again(Drive::Get());
+  NodeHost again(Drive::Instance());
   sdtest::FakeNode& twin = again.TwinOf(node);
   const std::string_view bytes(reinterpret_cast<const char*>(saved.data()), saved.size());
   Check(LoadStored(again, twin, bytes.substr(kLoadStart), false, 0), "a saved node can be loaded");

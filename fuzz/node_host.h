@@ -3,33 +3,25 @@
 #ifndef FUZZ_NODE_HOST_H_
 #define FUZZ_NODE_HOST_H_
 
-#include <map>
-#include <string>
+#include <string_view>
 
 #include "fuzz/fuzz.h"
+#include "tests/platform_folder.h"
 #include "tests/sd_fixture.h"
 
 namespace fuzz {
 
 // The drive S: in a folder that goes with the process. In S:\db\samples\a\ are Low.wav, a sound of
 // 20 samples in two channels with its Low.esmp, and High.wav without one.
-class Drive {
+class Drive : public platform_test::TempFolder {
  public:
-  static Drive& Get();
+  static Drive& Instance();
 
-  std::string Native(const std::string& name) const { return folder_ + "/" + name; }
-  // Makes the file anew.
-  void Put(const std::string& name, std::string_view bytes) const;
-  // Below S:\db\samples\ everything is as it was in the beginning. True where nothing but files of
-  // the folder "a" had to be put right.
+  // Removes what else came to be below S:\db\samples\. True where that was in the folder "a" alone.
   bool Restore() const;
 
  private:
   Drive();
-  ~Drive();
-
-  std::string folder_;
-  std::map<std::string, std::string> files_;
 };
 
 // A database S:\db\game.db with its setup node, whose classes are "Low" and "High", and one sample

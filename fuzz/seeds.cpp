@@ -69,7 +69,7 @@ void SeedMort(const std::string& name, int format, const std::string& streams) {
 }
 
 void SeedNodes() {
-  fuzz::NodeHost database(fuzz::Drive::Get());
+  fuzz::NodeHost database(fuzz::Drive::Instance());
   SDAccess& node = database.Sample();
   SDTestAccess::Folder(node) = "samples\\a";
   for (qz::uchar format = 1; format <= 5; ++format) {
@@ -88,16 +88,16 @@ void SeedNodes() {
   // Names that the target's own files answer to.
   for (const char* name : {"samples\\a\\Low.wav", "samples\\a\\High.wav"}) {
     SDTestAccess::Samples(node).front().fileName = name;
-    sdtest::WriteBytes(fuzz::Drive::Get().Native("db/samples/a/High.esmp"), "");
+    fuzz::Drive::Instance().Put("db/samples/a/High.esmp", "");
     const qz::string stored = "S:\\stored";
     node.Save(nullptr, &stored);
-    const std::string bytes = sdtest::ReadBytes(fuzz::Drive::Get().Native("stored"));
+    const std::string bytes = fuzz::Drive::Instance().Get("stored");
     Seed("node", std::string("file-") + name[10], bytes, std::string("\1\0", 2));
     Seed("node", std::string("database-") + name[10], bytes.substr(44), kNoneFirst);
   }
   const qz::string stored = "S:\\stored";
   database.Setup().Save(nullptr, &stored);
-  const std::string bytes = sdtest::ReadBytes(fuzz::Drive::Get().Native("stored"));
+  const std::string bytes = fuzz::Drive::Instance().Get("stored");
   Seed("setup", "file", bytes, std::string("\1\0", 2));
   Seed("setup", "database", bytes.substr(44), kNoneFirst);
 }

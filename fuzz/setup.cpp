@@ -24,7 +24,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const std::uint8_t fault = input.TakeByte();
   const bool ownFile = (input.TakeByte() & 1) != 0;
-  fuzz::NodeHost database(fuzz::Drive::Get());
+  fuzz::NodeHost database(fuzz::Drive::Instance());
   fuzz::LoadStored(database, database.SetupNode(), input.Bytes(), ownFile, fault);
   LookAt(database.Setup());
   fuzz::CheckSaveAndLoad(database.SetupNode());
