@@ -37,6 +37,7 @@ struct RealHeap {
 std::mutex lock;
 std::atomic<bool> armed = false;
 std::atomic<bool> watching = false;
+std::atomic<std::size_t> largestBlock = ~std::size_t{0};
 int failing = 0;
 bool goesOn = false;
 int calls = 0;
@@ -49,10 +50,15 @@ auto& LiveBlocks() {
   return blocks;
 }
 
-bool FailsNow() {
-  if (!armed) return false;
+bool FailsNow(std::size_t size) {
+  const bool refused = size > largestBlock;
+  if (!armed && !refused) return false;
   const std::lock_guard guard(lock);
   if (sparers > 0) return false;
+  if (refused) {
+    ++failures;
+    return true;
+  }
   ++calls;
   if (failing == 0 || calls < failing || (calls > failing && !goesOn)) return false;
   fired = true;
@@ -77,13 +83,14 @@ void* Removed(void* block) {
 }  // namespace
 
 void* __wrap_malloc(std::size_t size) {
-  return FailsNow() ? nullptr : Added(__real_malloc(size));
+  return FailsNow(size) ? nullptr : Added(__real_malloc(size));
 }
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return FailsNow() ? nullptr : Added(__real_calloc(count, size));
+  // A product that wraps is refused by the real one.
+  return FailsNow(count * size) ? nullptr : Added(__real_calloc(count, size));
 }
 void* __wrap_realloc(void* block, std::size_t size) {
-  if (FailsNow()) return nullptr;
+  if (FailsNow(size)) return nullptr;
   return Added(__real_realloc(Removed(block), size));
 }
 void __wrap_free(void* block) {
@@ -136,6 +143,13 @@ bool Failing::Fired() {
 }
 int Failing::Calls() const {
   return calls;
+}
+
+Limit::Limit(std::size_t largest) {
+  largestBlock = largest;
+}
+Limit::~Limit() {
+  largestBlock = ~std::size_t{0};
 }
 
 Spared::Spared() {

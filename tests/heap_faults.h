@@ -22,6 +22,15 @@ class Failing {
   int Calls() const;
 };
 
+// While it lives, blocks of more than `largest` bytes are refused, which counts as a failure.
+class Limit {
+ public:
+  explicit Limit(std::size_t largest);
+  ~Limit();
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+};
+
 // While it lives, no allocation fails or is counted as one.
 class Spared {
  public:
