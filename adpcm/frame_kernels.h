@@ -13,6 +13,8 @@ void EncodeFramesAvx2(short* samples, std::size_t count, qz::uchar* frames, cons
 void EncodeFramesPortable(short* samples, std::size_t count, qz::uchar* frames, const short* table);
 void DecodeFramesScalar(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                         const short* table);
+void DecodeFramesAvx2(const qz::uchar* frames, std::size_t count, short* history, short* samples,
+                      const short* table);
 void DecodeFramesAhead(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                        const short* table);
 

@@ -16,7 +16,7 @@ constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesSc
 constexpr Kernels kPortableKernels = {"portable", EncodeFramesPortable, DecodeFramesAhead,
                                       &kDesignPortable};
 #if defined(__x86_64__)
-constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesAhead, &kDesignAvx2};
+constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesAvx2, &kDesignAvx2};
 #endif
 
 std::atomic<KernelLevel> cap{KernelLevel::kAvx2};
