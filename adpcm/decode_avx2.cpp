@@ -1,22 +1,11 @@
-// The decoder with AVX2: 8 places of the stream at a time, one in each lane of 32 bits.
+// The decoder with AVX2: a stretch in each of the 8 lanes of 32 bits.
 //
-// A sample hangs on the one before it, and that chain is all that decoding costs: a multiplication,
-// an addition, a shift and the clamp, 7 cycles whether for one sample or for 8. All else lies
-// beside it.
-//
-// A block is 8 stretches of equal length, and each lane decodes its own. Only the first one's
-// history is known, the others start from zeros. That is wrong, but the predictors are stable and
-// samples are whole numbers: within some frames, a dozen or two in most sounds, the samples are
-// those that the right history gives. So a second pass starts each stretch from the end of the one
-// before it and goes on until every lane meets what the first pass left there. Where the last two
-// samples of a frame are the same, so is all behind them, because a frame hangs on nothing else;
-// then each stretch goes on from the one before it, and the first is right.
-//
-// Where the lanes do not meet, a pass has still made one more stretch right, so 8 passes do for any
-// bytes. That worst case takes the time of one lane alone, which is less than the scalar code's.
+// A sample's chain is a multiplication, an addition, a shift and the clamp, and takes as long for 8
+// of them as for one. All else lies beside it.
 #if defined(__x86_64__)
 #include <immintrin.h>
 
+#include "adpcm/decode_ahead.h"
 #include "adpcm/frame_kernels.h"
 
 namespace adpcm {
@@ -24,24 +13,15 @@ namespace {
 
 using Lanes = __m256i;  // 8 x 32 bits: one stretch each
 
-constexpr std::size_t kLanes = 8;
-constexpr std::size_t kFrameBytes = 8;
-constexpr std::size_t kFrameSize = 14;
-constexpr std::size_t kPairs = kFrameSize / 2;
-constexpr std::size_t kMostFrames = 1000;  // of a stretch; powers of two crowd the cache
-constexpr std::size_t kLeastFrames = 8;    // shorter ones are not worth it
+constexpr int kFrameSize = 14;
+constexpr int kPairs = kFrameSize / 2;
 
 // Where the lanes stand: the next frame of the first stretch, where its samples go, and how many
 // frames a stretch has.
 struct Place {
   const qz::uchar* frames;
   short* samples;
-  std::size_t stretch;
-};
-
-// The two samples before a frame.
-struct History {
-  Lanes previous, earlier;
+  std::size_t length;
 };
 
 // The coefficients by row, each in the low half of its lane.
@@ -51,6 +31,20 @@ struct Table {
 
 inline Lanes Set(int value) {
   return _mm256_set1_epi32(value);
+}
+
+inline Lanes Load(const void* address) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(address));
+}
+
+inline bool Equal(Lanes a, Lanes b) {
+  return _mm256_movemask_epi8(_mm256_cmpeq_epi32(a, b)) == -1;
+}
+
+// Keeps the compiler from adding up in another order, which would lengthen the chain.
+inline Lanes Fixed(Lanes value) {
+  __asm__("" : "+x"(value));
+  return value;
 }
 
 // The even numbers' halves from `low`, the odd ones from `high`.
@@ -66,7 +60,7 @@ inline __m128i LoadTwo(const qz::uchar* low, const qz::uchar* high) {
 // The next frame of each lane: its first four bytes and its last four, the first one highest.
 inline void LoadFrames(const Place& place, Lanes bits[2]) {
   const qz::uchar* const f = place.frames;
-  const std::size_t s = place.stretch * kFrameBytes;
+  const std::size_t s = place.length * kBytesPerFrame;
   const Lanes swap = _mm256_set_epi8(12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3, 12, 13,
                                      14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3);
   const Lanes a =
@@ -96,9 +90,9 @@ inline void StoreQuads(const Lanes* pairs, short* samples, std::size_t step) {
   }
 }
 
-// Decodes the next frame of each lane. The last pair of samples is returned, the older in the low
-// half.
-inline Lanes DecodeFrames(const Place& place, History& history, const Table& table) {
+// Decodes the next frame of each lane. The history and the result, the last samples, are pairs with
+// the older one in the low half.
+inline Lanes DecodeFrames(const Place& place, Lanes history, const Table& table) {
   Lanes bits[2];
   LoadFrames(place, bits);
   // The permutation takes 3 bits of a row number, as the table has 8 rows.
@@ -111,100 +105,62 @@ inline Lanes DecodeFrames(const Place& place, History& history, const Table& tab
       _mm256_or_si256(_mm256_permutevar8x32_epi32(table.earlier, row), gain);
 
   Lanes pairs[kPairs];
-  Lanes previous = history.previous;
-  Lanes earlier = history.earlier;
+  Lanes previous = _mm256_srai_epi32(history, 16);
+  Lanes earlier = history;  // only the low halves count
 #pragma GCC unroll 14
-  for (int j = 0; j < static_cast<int>(kFrameSize); ++j) {
+  for (int j = 0; j < kFrameSize; ++j) {
     // The residual times 2048 in the high half; the header is two nibbles too.
     const Lanes nibble = _mm256_slli_epi32(bits[(j + 2) / 8], 4 * ((j + 2) % 8));
     const Lanes residual = _mm256_and_si256(_mm256_srai_epi32(nibble, 1), Set(-1 << 27));
-    const Lanes rest = _mm256_add_epi32(
-        _mm256_madd_epi16(Halves(earlier, residual), ofEarlierAndResidual), Set(1024));
+    const Lanes rest = Fixed(_mm256_add_epi32(
+        _mm256_madd_epi16(Halves(earlier, residual), ofEarlierAndResidual), Set(1024)));
     const Lanes sum = _mm256_add_epi32(_mm256_madd_epi16(previous, ofPrevious), rest);
     earlier = previous;
     previous =
         _mm256_min_epi32(_mm256_max_epi32(_mm256_srai_epi32(sum, 11), Set(-32768)), Set(32767));
     if (j % 2 == 1) pairs[j / 2] = Halves(earlier, _mm256_slli_epi32(previous, 16));
   }
-  StoreQuads(pairs, place.samples, place.stretch * kFrameSize);
-  StoreQuads(pairs + kPairs - 4, place.samples + kFrameSize - 8, place.stretch * kFrameSize);
-  history = {previous, earlier};
+  StoreQuads(pairs, place.samples, place.length * kSamplesPerFrame);
+  StoreQuads(pairs + kPairs - 4, place.samples + kFrameSize - 8, place.length * kSamplesPerFrame);
   return pairs[kPairs - 1];
-}
-
-inline void Advance(Place& place) {
-  place.frames += kFrameBytes;
-  place.samples += kFrameSize;
 }
 
 // The last pair of samples that an earlier pass left in the next frame of each lane.
 inline Lanes LastPairs(const Place& place) {
-  int pairs[kLanes];
-  for (std::size_t i = 0; i < kLanes; ++i) {
-    const short* const frame = place.samples + i * place.stretch * kFrameSize;
+  int pairs[kStretches];
+  for (std::size_t i = 0; i < kStretches; ++i) {
+    const short* const frame = place.samples + i * place.length * kSamplesPerFrame;
     __builtin_memcpy(&pairs[i], frame + kFrameSize - 2, sizeof pairs[i]);
   }
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pairs));
+  return Load(pairs);
 }
 
-void DecodePass(Place place, History& history, const Table& table) {
-  for (std::size_t i = 0; i < place.stretch; ++i) {
-    DecodeFrames(place, history, table);
-    Advance(place);
+bool DecodeStretchesAvx2(const qz::uchar* frames, std::size_t length,
+                         const short (*histories)[kOrder], short* samples, const short* table,
+                         bool untilMet) {
+  int previous[kTableRows], earlier[kTableRows];
+  for (std::size_t i = 0; i < kTableRows; ++i) {
+    previous[i] = static_cast<qz::ushort>(table[2 * i]);
+    earlier[i] = static_cast<qz::ushort>(table[2 * i + 1]);
   }
-}
-
-// Decodes over an earlier pass until all lanes meet what it left; false if they do not.
-bool DecodeUntilMet(Place place, History& history, const Table& table) {
-  for (std::size_t i = 0; i < place.stretch; ++i) {
-    const Lanes left = LastPairs(place);
-    const Lanes made = DecodeFrames(place, history, table);
-    if (_mm256_movemask_epi8(_mm256_cmpeq_epi32(left, made)) == -1) return true;
-    Advance(place);
+  const Table rows = {Load(previous), Load(earlier)};
+  Place place = {frames, samples, length};
+  Lanes last = Load(histories);
+  for (std::size_t i = 0; i < length; ++i) {
+    const Lanes left = untilMet ? LastPairs(place) : Lanes{};
+    last = DecodeFrames(place, last, rows);
+    if (untilMet && Equal(left, last)) return true;
+    place.frames += kBytesPerFrame;
+    place.samples += kSamplesPerFrame;
   }
   return false;
-}
-
-// What follows the end of each stretch; the first one follows `first`.
-inline Lanes Following(int first, Lanes ends) {
-  const Lanes shifted = _mm256_permutevar8x32_epi32(ends, _mm256_set_epi32(6, 5, 4, 3, 2, 1, 0, 0));
-  return _mm256_blend_epi32(shifted, Set(first), 1);
-}
-
-void DecodeBlock(const Place& place, short* history, const Table& table) {
-  const int previous = history[1];
-  const int earlier = history[0];
-  const Lanes zeros = _mm256_setzero_si256();
-  History ends = {Following(previous, zeros), Following(earlier, zeros)};
-  DecodePass(place, ends, table);
-  for (std::size_t pass = 1; pass < kLanes; ++pass) {
-    History next = {Following(previous, ends.previous), Following(earlier, ends.earlier)};
-    if (DecodeUntilMet(place, next, table)) break;
-    ends = next;
-  }
-  history[0] = static_cast<short>(_mm256_extract_epi32(ends.earlier, kLanes - 1));
-  history[1] = static_cast<short>(_mm256_extract_epi32(ends.previous, kLanes - 1));
 }
 
 }  // namespace
 
 void DecodeFramesAvx2(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                       const short* table) {
-  int previous[kLanes], earlier[kLanes];
-  for (std::size_t i = 0; i < kLanes; ++i) {
-    previous[i] = static_cast<qz::ushort>(table[2 * i]);
-    earlier[i] = static_cast<qz::ushort>(table[2 * i + 1]);
-  }
-  const Table rows = {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(previous)),
-                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(earlier))};
-  while (count >= kLanes * kLeastFrames) {
-    const std::size_t stretch = count / kLanes < kMostFrames ? count / kLanes : kMostFrames;
-    DecodeBlock({frames, samples, stretch}, history, rows);
-    count -= kLanes * stretch;
-    frames += kLanes * stretch * kFrameBytes;
-    samples += kLanes * stretch * kFrameSize;
-  }
-  DecodeFramesAhead(frames, count, history, samples, table);
+  DecodeAhead(DecodeStretchesAvx2, frames, count, history, samples, table);
 }
 
 }  // namespace adpcm

@@ -15,8 +15,8 @@ void DecodeFramesScalar(const qz::uchar* frames, std::size_t count, short* histo
                         const short* table);
 void DecodeFramesAvx2(const qz::uchar* frames, std::size_t count, short* history, short* samples,
                       const short* table);
-void DecodeFramesAhead(const qz::uchar* frames, std::size_t count, short* history, short* samples,
-                       const short* table);
+void DecodeFramesPortable(const qz::uchar* frames, std::size_t count, short* history,
+                          short* samples, const short* table);
 
 }  // namespace adpcm
 

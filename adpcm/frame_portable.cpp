@@ -1,8 +1,8 @@
-// The frame encoder in the compiler's own vectors, for every processor that has 16-byte ones.
+// The frame encoder in the compiler's own vectors.
 //
-// The 8 table rows are the lanes, 4 in each of two vectors: 32-byte vectors would be taken apart
-// badly where the processor has none. Each lane is at an exponent of its own and everything
-// happens in whole numbers. With x = in * 2048 - prediction and D = 2048 << exponent,
+// The 8 table rows are the lanes, 4 in each of two vectors. Each lane is at an exponent of its own
+// and everything happens in whole numbers. With x = in * 2048 - prediction and D = 2048 <<
+// exponent,
 //
 //   residual * D = (x + half) & -D               for x of 0 and more,
 //   residual * D = (x + half + below) & -D       below it,
@@ -17,117 +17,18 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "adpcm/adpcm.h"
 #include "adpcm/frame_kernels.h"
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "adpcm/portable_lanes.h"
 
 namespace adpcm {
 namespace {
 
 constexpr int kFrameSize = static_cast<int>(kSamplesPerFrame);
 constexpr int kRows = static_cast<int>(kTableRows);
-constexpr int kLanes = 4;
 constexpr int kHalves = kRows / kLanes;
 constexpr int kMaxExponent = 12;
-
-using Lanes = int __attribute__((vector_size(16)));
-using Unsigned = unsigned __attribute__((vector_size(16)));
-
-Lanes All(int value) {
-  return Lanes{} + value;
-}
-
-Lanes Select(Lanes mask, Lanes yes, Lanes no) {
-  return (mask & yes) | (~mask & no);
-}
-
-Lanes Min(Lanes a, Lanes b) {
-  return Select(a < b, a, b);
-}
-
-Lanes Max(Lanes a, Lanes b) {
-  return Select(a > b, a, b);
-}
-
-Lanes Load(const int* values) {
-  Lanes lanes;
-  std::memcpy(&lanes, values, sizeof lanes);
-  return lanes;
-}
-
-void Store(int* values, Lanes lanes) {
-  std::memcpy(values, &lanes, sizeof lanes);
-}
-
-// The last two samples of four rows, and what the rows predict from them.
-#if defined(__SSE2__)
-struct Predictor {
-  __m128i pair;  // the weight of the sample before in the low half of a lane
-
-  Predictor(const int* previous, const int* earlier) {
-    const Lanes both = (Load(previous) & 0xFFFF) | (Load(earlier) << 16);
-    pair = reinterpret_cast<__m128i>(both);
-  }
-};
-
-class History {
- public:
-  History(int previous, int earlier)
-      : last_(_mm_set1_epi16(static_cast<short>(previous))),
-        pair_(_mm_set1_epi32((previous & 0xFFFF) | (earlier * 65536))) {}
-  Lanes Predict(const Predictor& predictor) const {
-    return reinterpret_cast<Lanes>(_mm_madd_epi16(pair_, predictor.pair));
-  }
-  // Adds a sample, clamped to 16 bits, and returns it so.
-  Lanes Push(Lanes sample) {
-    const __m128i wide = reinterpret_cast<__m128i>(sample);
-    const __m128i narrow = _mm_packs_epi32(wide, wide);
-    pair_ = _mm_unpacklo_epi16(narrow, last_);
-    last_ = narrow;
-    return reinterpret_cast<Lanes>(pair_) << 16 >> 16;
-  }
-
- private:
-  __m128i last_, pair_;
-};
-
-// Of a value of 16 bits.
-Lanes Square(Lanes value) {
-  const __m128i low = reinterpret_cast<__m128i>(value & 0xFFFF);
-  return reinterpret_cast<Lanes>(_mm_madd_epi16(low, low));
-}
-#else
-struct Predictor {
-  Lanes c0, c1;
-
-  Predictor(const int* previous, const int* earlier) : c0(Load(previous)), c1(Load(earlier)) {}
-};
-
-class History {
- public:
-  History(int previous, int earlier) : previous_(All(previous)), earlier_(All(earlier)) {}
-  Lanes Predict(const Predictor& predictor) const {
-    return previous_ * predictor.c0 + earlier_ * predictor.c1;
-  }
-  Lanes Push(Lanes sample) {
-    earlier_ = previous_;
-    previous_ = Max(Min(sample, All(32767)), All(-32768));
-    return previous_;
-  }
-
- private:
-  Lanes previous_, earlier_;
-};
-
-Lanes Square(Lanes value) {
-  return reinterpret_cast<Lanes>(reinterpret_cast<Unsigned>(value) *
-                                 reinterpret_cast<Unsigned>(value));
-}
-#endif
 
 // What passes make of the frame, by row.
 struct Trace {
@@ -213,7 +114,8 @@ struct Pass {
     least = Min(least, down);
     const Lanes q = Select(up >> 31, Max(down & mask, bottom), Min(up & mask, top));
     const Lanes sample = history.Push((predicted + 1024 + q) >> 11);
-    error += Square(in - sample);
+    const Lanes e = in - sample;
+    error += Product(e, e);
     Store(restored, sample);
     Store(quantum, q);
   }

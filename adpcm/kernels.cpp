@@ -13,7 +13,7 @@ namespace adpcm {
 namespace {
 
 constexpr Kernels kScalarKernels = {"scalar", EncodeFramesScalar, DecodeFramesScalar, nullptr};
-constexpr Kernels kPortableKernels = {"portable", EncodeFramesPortable, DecodeFramesAhead,
+constexpr Kernels kPortableKernels = {"portable", EncodeFramesPortable, DecodeFramesPortable,
                                       &kDesignPortable};
 #if defined(__x86_64__)
 constexpr Kernels kAvx2Kernels = {"avx2", EncodeFramesAvx2, DecodeFramesAvx2, &kDesignAvx2};
