@@ -59,15 +59,11 @@ class Generator {
         input.samples[i] = AnySample();
     }
     FillTable(input);
-    input.encoded.resize(input.frames * kBytesPerFrame);
-    for (qz::uchar& byte : input.encoded)
-      byte = static_cast<qz::uchar>(random_());
-    if (Below(2) == 0) {  // headers as an encoder writes them, of small exponents for the most part
-      for (std::size_t i = 0; i < input.frames; ++i) {
-        input.encoded[i * kBytesPerFrame] =
-            static_cast<qz::uchar>(Below(adpcm::kTableRows) * 16 + Below(1 + Below(13)));
-      }
-    }
+    // Decoders take long streams apart: blocks of some thousand frames at most, and of 64 at least.
+    const std::size_t most = Below(64) == 0 ? 20000 : Below(4) == 0 ? 300 : kMostFrames;
+    const std::size_t streamFrames = 1 + Below(most);
+    while (input.encoded.size() < streamFrames * kBytesPerFrame)
+      AppendFrames(input.encoded, 1 + Below(streamFrames - input.encoded.size() / kBytesPerFrame));
     return input;
   }
 
@@ -114,9 +110,23 @@ class Generator {
     }
   }
 
+  // Any bytes, or with headers as an encoder writes them, of small exponents for the most part; of
+  // one header, with a table from below, decoders that start from different histories never meet.
+  void AppendFrames(Bytes& encoded, std::size_t count) {
+    const std::uint32_t kind = Below(4);
+    const auto one = static_cast<qz::uchar>(Below(16) * 16 + Below(4));
+    for (std::size_t i = 0; i < count * kBytesPerFrame; ++i) {
+      auto byte = static_cast<qz::uchar>(random_());
+      if (i % kBytesPerFrame == 0 && kind == 1) byte = one;
+      if (i % kBytesPerFrame == 0 && kind > 1)
+        byte = static_cast<qz::uchar>(Below(adpcm::kTableRows) * 16 + Below(1 + Below(13)));
+      encoded.push_back(byte);
+    }
+  }
+
   // Within the bounds that the kernels ask for, and up to them.
   void FillTable(Input& input) {
-    const std::uint32_t kind = Below(4);
+    const std::uint32_t kind = Below(5);
     if (kind == 0) {
       const auto count = static_cast<qz::ulong>(input.samples.size());
       if (!adpcmCoefTableDesign(input.samples.data(), count, adpcm::kTableRows, input.table, 0,
@@ -129,6 +139,7 @@ class Generator {
       const int bound = i % 2 == 0 ? 4096 : 2048;
       const int extreme = Below(2) == 0 ? bound : -bound;
       input.table[i] = Clip(kind == 1 ? extreme : Within(bound >> Below(kind == 2 ? 12 : 2)));
+      if (kind == 4 && i % 2 == 1) input.table[i] = -2048;  // tones that do not die away
     }
   }
 
@@ -186,11 +197,12 @@ Output EncodeFrames(const Level& level, const Input& input) {
 
 Output DecodeFrames(const Level& level, const Input& input) {
   Guarded<short> history(Samples(input.samples.begin(), input.samples.begin() + kOrder));
-  Guarded<short> samples(input.frames * kSamplesPerFrame);
-  level.kernels->decodeFrames(input.encoded.data(), input.frames, history.data(), samples.data(),
+  const std::size_t frames = input.encoded.size() / kBytesPerFrame;
+  Guarded<short> samples(frames * kSamplesPerFrame);
+  level.kernels->decodeFrames(input.encoded.data(), frames, history.data(), samples.data(),
                               input.table);
   Output output;
-  output.Take(samples, input.frames * kSamplesPerFrame);
+  output.Take(samples, frames * kSamplesPerFrame);
   output.Take(history, kOrder);
   return output;
 }
