@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kFrameSize = static_cast<int>(kSamplesPerFrame);
 constexpr std::size_t kMostFrames = 1000;  // of a stretch; powers of two crowd the cache
-constexpr std::size_t kLeastFrames = 8;    // shorter ones are not worth it
+constexpr std::size_t kLeastFrames = 32;   // shorter ones are not worth it
 constexpr std::size_t kMostPasses = 3;
 constexpr std::size_t kPlainBlocks = 8;  // after one whose stretches did not meet
 
