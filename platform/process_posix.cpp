@@ -283,7 +283,9 @@ BOOL CreateProcessA(LPCSTR /*application*/, LPSTR commandLine, SECURITY_ATTRIBUT
     if (error != NO_ERROR) return posix::Fail(error);
     auto process = std::make_shared<posix::Process>();
     const HANDLE handle = posix::AddObject(process);
-    error = posix::Spawn(native, arguments, *process);
+    // Whatever fails behind this closes the handle again.
+    error = posix::Guarded(ERROR_NOT_ENOUGH_MEMORY,
+                           [&] { return posix::Spawn(native, arguments, *process); });
     if (error != NO_ERROR) {
       posix::CloseObject(handle);
       return posix::Fail(error);
