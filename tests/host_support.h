@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -127,9 +128,10 @@ struct RunResult {
 };
 
 // Starts samplehost with `folder` as its current folder; its outputs go to files there.
-// With a `fileLimit` (bytes) every write beyond that size of a file fails, as on a full disk.
+// With a `fileLimit` (bytes) every write beyond that size of a file fails, as on a full disk. A
+// `traced` one waits at its start for this process to let it go on.
 inline pid_t Start(const std::string& folder, std::vector<std::string> arguments,
-                   rlim_t fileLimit = RLIM_INFINITY) {
+                   rlim_t fileLimit = RLIM_INFINITY, bool traced = false) {
   arguments.insert(arguments.begin(), SAMPLEHOST);
   std::vector<char*> argv;
   for (std::string& argument : arguments)
@@ -148,6 +150,8 @@ inline pid_t Start(const std::string& folder, std::vector<std::string> arguments
   // A sanitized build's leak check looks at thread-local data of libraries that are unloaded by
   // then.
   setenv("ASAN_OPTIONS", "intercept_tls_get_addr=0", 1);
+  if (traced) setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // it cannot look for leaks then
+  if (traced) ptrace(PTRACE_TRACEME);
   if (placed) execv(argv[0], argv.data());
   _exit(127);
 }
