@@ -11,6 +11,9 @@
 #include "adpcm/estimate.h"
 #include "adpcm/heap_block.h"
 #include "adpcm/kernels.h"
+#if defined(SAMPLEDATA_KERNEL_TWIN)
+#include "common/qzassert.h"
+#endif
 
 namespace adpcm {
 namespace {
@@ -114,6 +117,32 @@ short ToFixedPoint(double value) {
   // NOLINTEND(bugprone-incorrect-roundings)
 }
 
+// A predictor's taps have the sign of the left side of its equation, a table's the right.
+void FillTable(Rows& codebook, qz::ulong tablesize, short* coeftable) {
+  for (qz::ulong i = 0; i < tablesize; ++i) {
+    const double* taps = codebook[static_cast<int>(i)];
+    for (qz::ulong j = 0; j < kOrder; ++j)
+      coeftable[kOrder * i + j] = ToFixedPoint(-taps[j + 1]);
+  }
+}
+
+#if defined(SAMPLEDATA_KERNEL_TWIN)
+// The scalar design beside the kernels; see kernel_twin.h. Where memory runs out nothing is
+// compared.
+void CompareWithScalar(const short* samples, qz::ulong nsamples, int log2Size, qz::ulong tablesize,
+                       const short* coeftable) {
+  Rows codebook;
+  if (!codebook.Allocate(qz::uint64{1} << log2Size) ||
+      !DesignScalar(samples, nsamples, log2Size, codebook)) {
+    return;
+  }
+  short twin[kDesignRows * kOrder];
+  FillTable(codebook, tablesize, twin);
+  QZ_ASSERT(std::memcmp(coeftable, twin, sizeof(short) * kOrder * tablesize) == 0,
+            "same table as the twin");
+}
+#endif
+
 }  // namespace
 
 bool FramePredictor(const short* frame, double* taps) {
@@ -159,11 +188,9 @@ bool adpcmCoefTableDesign(short* inptr, qz::ulong nsamples, qz::ulong tablesize,
                         : DesignScalar(inptr, nsamples, log2Size, codebook);
   if (!done) return false;
 
-  // A predictor's taps have the sign of the left side of its equation, a table's the right.
-  for (qz::ulong i = 0; i < tablesize; ++i) {
-    const double* taps = codebook[static_cast<int>(i)];
-    for (qz::ulong j = 0; j < kOrder; ++j)
-      coeftable[kOrder * i + j] = ToFixedPoint(-taps[j + 1]);
-  }
+  FillTable(codebook, tablesize, coeftable);
+#if defined(SAMPLEDATA_KERNEL_TWIN)
+  if (kernels != nullptr) CompareWithScalar(inptr, nsamples, log2Size, tablesize, coeftable);
+#endif
   return true;
 }
