@@ -571,7 +571,8 @@ int ExactBest(const Trace* trace, const int* slots, const short* input) {
     long long error = 0;
     for (int t = 0; t < kFrameSize; ++t) {
       const int pair = trace[slots[row]].difference[t / 2][row];
-      const int restored = static_cast<short>(input[t] + (t % 2 == 0 ? pair : pair >> 16));
+      const auto difference = static_cast<short>(t % 2 == 0 ? pair : pair >> 16);
+      const auto restored = static_cast<short>(input[t] + difference);
       const long long e = input[t] - restored;
       error += e * e;
     }
