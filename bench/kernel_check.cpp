@@ -10,6 +10,7 @@
 // A new kernel is a Case, which runs it for one random Input and returns what it made, and a
 // Benchmark.
 #include <algorithm>
+#include <array>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -21,6 +22,10 @@
 #include <vector>
 
 #include "adpcm/adpcm.h"
+#include "adpcm/codebook.h"
+#include "adpcm/design.h"
+#include "adpcm/design_kernels.h"
+#include "adpcm/estimate.h"
 #include "adpcm/kernels.h"
 #include "tests/adpcm_sounds.h"
 #include "tests/adpcm_stream.h"
@@ -212,13 +217,130 @@ Output DecodeFrames(const Level& level, const Input& input) {
 Output DesignTable(const Level& level, const Input& input) {
   adpcm::CapKernels(level.level);
   Guarded<short> samples(input.samples);
-  Guarded<short> table(kTableValues);
+  // Now and then one of another size than the codec's.
+  const std::size_t rows = input.frames % 4 == 0 ? 1 + input.frames % 9 : adpcm::kTableRows;
+  Guarded<short> table(2 * rows);
   if (!adpcmCoefTableDesign(samples.data(), static_cast<qz::ulong>(input.samples.size()),
-                            adpcm::kTableRows, table.data(), 0, nullptr)) {
+                            static_cast<qz::ulong>(rows), table.data(), 0, nullptr)) {
     std::abort();
   }
   Output output;
-  output.Take(table, kTableValues);
+  output.Take(table, 2 * rows);
+  return output;
+}
+
+// The parts of the design to the last bit, which the table's rounding hides.
+
+using adpcm::TrainingRow;
+using Taps = std::array<double, adpcm::kTaps>;
+
+void TakeBits(Output& output, double value) {
+  output.values.push_back(0);
+  static_assert(sizeof output.values.back() == sizeof value);
+  std::memcpy(&output.values.back(), &value, sizeof value);
+}
+
+struct Training {
+  std::vector<Taps> taps;
+  std::vector<TrainingRow> rows;
+};
+
+// By the scalar functions, of as many whole groups of frames as there are.
+Training CollectScalar(const Input& input) {
+  Training training;
+  const std::size_t groups = input.frames / adpcm::kDesignGroup;
+  for (std::size_t i = 0; i < groups * adpcm::kDesignGroup; ++i) {
+    Taps taps;
+    double r[adpcm::kTaps], scratch[adpcm::kTaps * adpcm::kTaps];
+    const short* const frame = &input.samples[kOrder + i * kSamplesPerFrame];
+    if (!adpcm::FramePredictor(frame, taps.data())) continue;
+    adpcm::rfroma(taps.data(), adpcm::kDesignOrder, r, scratch);
+    training.taps.push_back(taps);
+    training.rows.push_back({r[1], r[2]});
+  }
+  return training;
+}
+
+Output CollectRows(const Level& level, const Input& input) {
+  const std::size_t groups = input.frames / adpcm::kDesignGroup;
+  Guarded<TrainingRow> rows(groups * adpcm::kDesignGroup);
+  TrainingRow sum = {0.0, 0.0};
+  const TrainingRow* end = rows.data();
+  if (const adpcm::DesignKernels* kernels = level.kernels->design) {
+    end = kernels->collect(&input.samples[kOrder], groups, rows.data(), &sum);
+  } else {
+    const Training training = CollectScalar(input);
+    end = std::copy(training.rows.begin(), training.rows.end(), rows.data());
+    for (const TrainingRow& row : training.rows)
+      sum = {sum.r1 + row.r1, sum.r2 + row.r2};
+  }
+  Output output;
+  for (const TrainingRow* row = rows.data(); row != end; ++row) {
+    TakeBits(output, row->r1);
+    TakeBits(output, row->r2);
+  }
+  TakeBits(output, sum.r1);
+  TakeBits(output, sum.r2);
+  output.intact = rows.Intact();
+  return output;
+}
+
+// Rows that lie close together, some equal and some a bit apart.
+std::vector<Taps> SomeCodebook(const Training& training, sounds::Random& random) {
+  std::vector<Taps> book(std::size_t{2} << random.Next() % 3);
+  for (std::size_t i = 0; i < book.size(); ++i) {
+    book[i] = i > 0 && random.Next() % 2 == 0 ? book[random.Next() % i]
+                                              : training.taps[random.Next() % training.taps.size()];
+    if (random.Next() % 2 == 0) book[i][1] -= adpcm::kSplitDelta;
+    if (random.Next() % 2 == 0) book[i][2] = std::nextafter(book[i][2], random.Around(1));
+  }
+  return book;
+}
+
+std::vector<double*> Pointers(std::vector<Taps>& rows) {
+  std::vector<double*> pointers;
+  for (Taps& row : rows)
+    pointers.push_back(row.data());
+  return pointers;
+}
+
+// How many training rows each row of a codebook has, and their mean.
+Output AssignRows(const Level& level, const Input& input) {
+  Training training = CollectScalar(input);
+  Output output;
+  if (training.rows.empty()) return output;
+  sounds::Random random(static_cast<std::uint32_t>(input.encoded.size() * 41 + input.frames));
+  std::vector<Taps> book = SomeCodebook(training, random);
+  training.taps.resize(1 + random.Next() % training.taps.size());
+  const auto entries = static_cast<int>(book.size());
+  const auto take = [&output](int count, double r1, double r2) {
+    output.values.push_back(count);
+    if (count == 0) return;
+    TakeBits(output, r1);
+    TakeBits(output, r2);
+  };
+  if (const adpcm::DesignKernels* kernels = level.kernels->design) {
+    std::vector<adpcm::RowModel> models;
+    for (const Taps& row : book) {
+      models.push_back({adpcm::tap_correlation(row.data(), adpcm::kDesignOrder, 0),
+                        adpcm::tap_correlation(row.data(), adpcm::kDesignOrder, 1),
+                        adpcm::tap_correlation(row.data(), adpcm::kDesignOrder, 2)});
+    }
+    training.rows.resize(training.rows.size() + adpcm::kDesignGroup, {12345.0, -6789.0});
+    adpcm::Cell cells[adpcm::kDesignRows];
+    kernels->assign(training.rows.data(), training.taps.size(), models.data(), entries, cells);
+    for (int i = 0; i < entries; ++i)
+      take(cells[i].count, cells[i].r1 / cells[i].count, cells[i].r2 / cells[i].count);
+    return output;
+  }
+  std::vector<Taps> means(book.size());
+  int counts[adpcm::kDesignRows];
+  double scratch[adpcm::kTaps * adpcm::kTaps], correlation[adpcm::kTaps];
+  adpcm::refine(Pointers(book).data(), adpcm::kDesignOrder, entries, Pointers(training.taps).data(),
+                static_cast<int>(training.taps.size()), 1, 0.0, scratch, correlation, counts,
+                Pointers(means).data());
+  for (int i = 0; i < entries; ++i)
+    take(counts[i], means[static_cast<std::size_t>(i)][1], means[static_cast<std::size_t>(i)][2]);
   return output;
 }
 
@@ -227,9 +349,9 @@ struct Case {
   Output (*run)(const Level&, const Input&);
 };
 constexpr Case kCases[] = {
-    {"encode frames", EncodeFrames},
-    {"decode frames", DecodeFrames},
-    {"design table", DesignTable},
+    {"encode frames", EncodeFrames},      {"decode frames", DecodeFrames},
+    {"design table", DesignTable},        {"collect training rows", CollectRows},
+    {"assign training rows", AssignRows},
 };
 
 // The levels of this machine, the scalar one first.
