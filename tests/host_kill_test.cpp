@@ -1,9 +1,14 @@
-// Ends samplehost with kill -9 at random moments of imports, format changes and removals, and opens
-// the database again: it has to be what it was before the verb or what it is after it, every raw
-// file of it byte for byte.
+// Ends samplehost with kill -9, in front of each of its system calls that changes the disk, its
+// database's own included, and at random moments, and opens what is left: that is the state before
+// the verb or the one behind it, whole, every raw file byte for byte; and what is left over besides
+// is listed as such.
 //
-// KILL_TEST_RUNS gives the number of kills, KILL_TEST_SEED the seed (scripts/kill-test sets both).
+// FAULT_STRIDE takes each n-th call only; scripts/soak-faults sets 1. KILL_TEST_RUNS gives the
+// number of random moments, KILL_TEST_SEED the seed; scripts/kill-test sets both.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
 
 #include <chrono>
 #include <iostream>
@@ -16,110 +21,184 @@
 namespace {
 
 using namespace host_test;
+namespace fs = std::filesystem;
 
-constexpr unsigned kSounds = 8;
-constexpr unsigned kDefaultRuns = 10;
+constexpr unsigned kStride = 17;
+constexpr unsigned kRandomKills = 10;
 
 // What a database is to a user: each node's format and sound.
 using State = std::map<std::string, std::pair<std::string, std::string>>;
 
-class KillTest : public HostTest {
+bool ChangesTheDisk(const __ptrace_syscall_info& call) {
+  switch (call.entry.nr) {
+    case SYS_openat:
+      return (call.entry.args[2] & (O_CREAT | O_TRUNC)) != 0;
+    case SYS_write:
+    case SYS_pwrite64:
+    case SYS_ftruncate:
+    case SYS_fallocate:
+    case SYS_copy_file_range:
+    case SYS_sendfile:
+    case SYS_linkat:
+    case SYS_rename:
+    case SYS_renameat2:
+    case SYS_unlink:
+    case SYS_unlinkat:
+    case SYS_rmdir:
+    case SYS_mkdir:
+    case SYS_fsync:
+    case SYS_fdatasync:
+    case SYS_utimensat:
+      return true;
+    default:
+      return false;
+  }
+}
+
+class Kills : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    for (unsigned i = 0; i < kSounds; ++i) {
-      folder.Put("in/s" + std::to_string(i) + ".wav", Wav({.length = 2000 + 500 * i}));
+    folder.Put("hat.wav", Wav({.channels = 2, .length = 300}));
+    Import("kick.wav");
+    Run(0, "import game.db hat.wav --class Low --format ADPCM");
+    folder.Put("script.txt",
+               "import kick.wav --node third --class Low --format PCM8\nformat hat Low PCM16\n"
+               "save\nremove kick High\nundo\nremove kick\nsave\nquit\n");
+    fs::create_directory(folder / "whole");
+    for (const char* part : {"game.db", "samples"})
+      fs::copy(folder / part, folder / ("whole/" + std::string(part)), kTree);
+    before_ = Read();
+  }
+
+  void Restore() {
+    fs::remove_all(folder / "game.db-journal");
+    for (const char* part : {"game.db", "samples"}) {
+      fs::remove_all(folder / part);
+      fs::copy(folder / ("whole/" + std::string(part)), folder / part, kTree);
     }
   }
 
   State Read() {
     State state;
-    const nlohmann::json list = List();
-    for (const nlohmann::json& node : list["nodes"]) {
-      const nlohmann::json sample = node["classes"][0];
-      state[node["node"]] = {sample["format"], BytesOf(sample["raw_file"])};
-      EXPECT_EQ(BytesOf(sample["raw_file"]), BytesOf(sample["original"])) << node;
+    const Json list = List();
+    for (const Json& node : list["nodes"]) {
+      for (const Json& sample : node["classes"])
+        state[node["node"].get<std::string>() + " " + sample["class"].get<std::string>()] = {
+            sample["format"], BytesOf(sample["raw_file"])};
     }
     return state;
   }
 
-  // A verb that changes something, and the state behind it.
-  struct Change {
-    std::vector<std::string> arguments;
-    State after;
-  };
-
-  Change Choose(const State& now) {
-    const auto some = std::next(now.begin(), now.empty() ? 0 : Below(now.size()));
-    const int kind = now.empty() ? 0 : Below(4);
-    Change change{{}, now};
-    if (kind < 2) {
-      if (now.size() > 6 * kSounds) return Remove(now, some->first);
-      const std::string format = kind == 0 ? "PCM16" : "ADPCM";
-      change.arguments = {"import", "game.db", "in", "--class", "High", "--format", format};
-      for (unsigned i = 0; i < kSounds; ++i) {
-        const std::string stem = "s" + std::to_string(i);
-        std::string name = stem;
-        for (int n = 2; change.after.count(name) != 0; ++n)
-          name = stem + "-" + std::to_string(n);
-        change.after[name] = {format, BytesOf(folder / ("in/" + stem + ".wav"))};
+  // False where the verb came to its end ahead of its n-th change of the disk.
+  bool IsKilled(const std::vector<std::string>& arguments, unsigned n) {
+    const pid_t child = Start(folder.path, arguments, RLIM_INFINITY, true);
+    int status = 0;
+    waitpid(child, &status, 0);  // the program's start
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    while (!WIFEXITED(status) && !WIFSIGNALED(status)) {
+      __ptrace_syscall_info call{};
+      const bool atCall = WSTOPSIG(status) == (SIGTRAP | 0x80) &&
+                          ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call) > 0;
+      if (atCall && call.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesTheDisk(call) && --n == 0) {
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        return true;
       }
-      return change;
+      ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+      waitpid(child, &status, 0);
     }
-    if (kind == 2) return Remove(now, some->first);
-    const std::string format = some->second.first == "PCM8" ? "PCM16" : "PCM8";
-    change.arguments = {"format", "game.db", some->first, "High", format};
-    change.after[some->first].first = format;
-    return change;
+    EXPECT_EQ(status, 0) << BytesOf(folder / ".err");
+    return false;
   }
 
-  static Change Remove(const State& now, const std::string& node) {
-    Change change{{"remove", "game.db", node}, now};
-    change.after.erase(node);
-    return change;
+  // Of the folders in the sample folder "clean" lists those that no node names.
+  void ExpectWhole(const State& behind) {
+    Run(0, "verify game.db");
+    const State now = Read();
+    // A session has a state of its own between its two saves.
+    EXPECT_TRUE(now == before_ || now == behind || now.count("third Low") != 0);
+    std::set<std::string> unnamed;
+    for (const auto& entry : fs::directory_iterator(folder / "samples"))
+      unnamed.insert(entry.path().string());
+    const Json list = List();
+    for (const Json& node : list["nodes"]) {
+      for (const Json& sample : node["classes"])
+        unnamed.erase(fs::path(sample["raw_file"].get<std::string>()).parent_path().string());
+    }
+    const std::string listed = Run(0, "clean game.db --dry-run").out;
+    std::set<std::string> found;
+    for (std::size_t at = 0; (at = listed.find(folder.path, at)) != std::string::npos; ++at)
+      found.insert(listed.substr(at, listed.find(' ', at) - at));
+    EXPECT_EQ(found, unnamed);
   }
 
-  int Below(std::size_t count) { return static_cast<int>(random_() % count); }
-
-  std::mt19937 random_;
+  static constexpr auto kTree = fs::copy_options::recursive;
+  static constexpr const char* kVerbs[] = {
+      "import game.db kick.wav --class High --format ADPCM+", "format game.db kick High PCM8",
+      "remove game.db hat", "class game.db add Mid=50", "open game.db --script script.txt"};
+  State before_;
 };
 
-TEST_F(KillTest, LeavesTheLastSavedState) {
+class KillAtEveryCall : public Kills {};
+class KillTest : public Kills {};
+
+TEST_F(KillAtEveryCall, LeavesTheStateBeforeOrBehind) {
+  const unsigned stride = FromEnvironment("FAULT_STRIDE", kStride);
+  unsigned kills = 0;
+  for (const char* verb : kVerbs) {
+    Restore();
+    Run(0, verb);
+    const State behind = Read();
+    bool killed = true;
+    for (unsigned n = 1; killed && !HasFailure(); n += stride) {
+      SCOPED_TRACE(std::string(verb) + ", change " + std::to_string(n));
+      Restore();
+      killed = IsKilled(samplehost::SplitLine(verb), n);
+      kills += killed ? 1 : 0;
+      ExpectWhole(behind);
+    }
+  }
+  std::cout << kills << " kills survived" << std::endl;
+}
+
+TEST_F(KillTest, AtRandomMomentsLeavesTheStateBeforeOrBehind) {
   using Clock = std::chrono::steady_clock;
-  const unsigned runs = FromEnvironment("KILL_TEST_RUNS", kDefaultRuns);
+  for (int i = 0; i < 8; ++i)
+    folder.Put("in/s" + std::to_string(i) + ".wav", Wav({.length = 4000}));
+  const unsigned runs = FromEnvironment("KILL_TEST_RUNS", kRandomKills);
   const unsigned seed = FromEnvironment("KILL_TEST_SEED", std::random_device()());
   std::cout << "repeat with: scripts/kill-test " << runs << ' ' << seed << std::endl;
-  random_.seed(seed);
-  State now = Read();
-  std::map<std::string, Clock::duration> lasts;  // how long a verb takes when nobody kills it
+  std::mt19937 random(seed);
+  struct Whole {
+    State behind;
+    Clock::duration lasts;
+  };
+  std::map<std::string, Whole> wholes;
   unsigned kills = 0;
-  unsigned unchanged = 0;
   for (unsigned run = 0; kills < runs && !HasFailure() && run < 10 * runs; ++run) {
-    const Change change = Choose(now);
-    const auto start = Clock::now();
-    const pid_t child = Start(folder.path, change.arguments);
-    const auto known = lasts.find(change.arguments[0]);
-    if (known != lasts.end()) {
-      std::this_thread::sleep_for(known->second * Below(1301) / 1000);
-      kill(child, SIGKILL);
+    // Every other time the import of a folder, which has the most to save.
+    const std::string verb = run % 2 == 0 ? "import game.db in --class High --format ADPCM"
+                                          : kVerbs[random() % std::size(kVerbs)];
+    SCOPED_TRACE(verb + ", run " + std::to_string(run));
+    if (wholes.count(verb) == 0) {
+      Restore();
+      const auto start = Clock::now();
+      Run(0, verb);
+      wholes[verb].lasts = Clock::now() - start;
+      wholes[verb].behind = Read();
     }
+    Restore();
+    const pid_t child = Start(folder.path, samplehost::SplitLine(verb));
+    std::this_thread::sleep_for(wholes[verb].lasts * static_cast<int>(random() % 1101) / 1000);
+    kill(child, SIGKILL);
     int status = 0;
     waitpid(child, &status, 0);
-    const bool killed = WIFSIGNALED(status);
-    if (known == lasts.end()) lasts[change.arguments[0]] = Clock::now() - start;
-    const State then = Read();
-    if (killed) {
-      ++kills;
-      EXPECT_TRUE(then == now || then == change.after) << "run " << run;
-      unchanged += then == now ? 1 : 0;
-    } else {
-      EXPECT_EQ(status, 0) << BytesOf(folder / ".err");
-      EXPECT_TRUE(then == change.after) << "run " << run << BytesOf(folder / ".err");
-    }
-    now = then;
+    EXPECT_TRUE(WIFSIGNALED(status) || status == 0) << BytesOf(folder / ".err");
+    kills += WIFSIGNALED(status) ? 1 : 0;
+    ExpectWhole(wholes[verb].behind);
   }
   EXPECT_EQ(kills, runs);
-  std::cout << kills << " kills, " << unchanged << " of them ahead of the commit" << std::endl;
 }
 
 }  // namespace
