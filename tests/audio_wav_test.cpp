@@ -1,8 +1,4 @@
 // WAV files and what the front end makes of them.
-#include <sys/resource.h>
-
-#include <cstring>
-
 #include "platform/platform.h"
 #include "tests/audio_helpers.h"
 
@@ -167,28 +163,6 @@ TEST_F(AudioWav, EmptyPromisesCommitNoMemory) {
   ASSERT_EQ(Read(Format(1, 1, 8000, 16) + Text("data") + Le(0x40000000, 4) + Bytes(10)), AUDIO_OK);
   ASSERT_EQ(sound.LengthInBytes, 0x40000000u);
   EXPECT_LT(residentPages() - before, 1000);
-}
-
-TEST_F(AudioWav, ExhaustedMemoryIsReported) {
-#if !defined(__has_feature)
-#define __has_feature(feature) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-  GTEST_SKIP() << "the address sanitizer needs the address space";
-#endif
-  const Bytes file = Riff(Format(1, 1, 8000, 16) + Text("data") + Le(0xFFFFFFFF, 4));
-  const std::string path = folder.Write("a.wav", file);
-  const auto inSmallSpace = [&] {
-    const rlimit limit = {1u << 30, 1u << 30};
-    setrlimit(RLIMIT_AS, &limit);
-    std::_Exit(audio_GetFileInfo(path.c_str(), &sound) == AUDIO_NOMEMORY &&
-                       std::strcmp(AudioErrorMsg, "Out of memory!") == 0 &&
-                       audio_ReadWave(path.c_str(), &sound, false) == AUDIO_NOMEMORY &&
-                       sound.Samples == nullptr
-                   ? 0
-                   : 1);
-  };
-  EXPECT_EXIT(inSmallSpace(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AudioWav, WrittenFileIsLaidOutFieldByField) {
