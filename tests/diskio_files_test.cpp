@@ -102,23 +102,6 @@ TEST_F(FilesTest, ASearchWithoutFolderLooksIntoTheCurrentOne) {
   EXPECT_TRUE(DIOFile::ChangeDirectory(before));
 }
 
-TEST_F(FilesTest, AFailedSearchLeavesNoneOpen) {
-  folder.Put("a", "");
-  folder.Put("b", "");
-  DIOFile::DIOFileInfo info;
-  EXPECT_FALSE(DIOFile::FindFirst(folder.Path("none*"), info));
-  Faults faults;
-  faults.Fail(Call::kGetFullPathName);
-  EXPECT_FALSE(DIOFile::FindFirst(folder.Path("a"), info));
-  EXPECT_EQ(info.privateData, nullptr);
-  EXPECT_EQ(faults.Take(Call::kFindClose), 1);
-  // The next entry counts even where its path cannot be told.
-  ASSERT_TRUE(DIOFile::FindFirst(folder.Path("?"), info));
-  faults.Fail(Call::kGetFullPathName);
-  EXPECT_TRUE(DIOFile::FindNext(info));
-  EXPECT_TRUE(DIOFile::FindClose(info));
-}
-
 TEST_F(FilesTest, UniqueNamesAreEmptyFilesOfTheCaller) {
   const qz::string first = DIOFile::CreateUniqueTempName();
   const qz::string second = DIOFile::CreateUniqueTempName();

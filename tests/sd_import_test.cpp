@@ -139,19 +139,6 @@ TEST_F(SampleSet, FormatChangeOfARawFileThatBrokeKeepsTheOldFormat) {
   EXPECT_TRUE(ToDelete().check(oldFiles));
 }
 
-TEST_F(SampleSet, FormatChangeWhoseEncodeFailedCanBeUndone) {
-  Import("a.wav", wav_, kPcm16, "Low");
-  const std::size_t undo = host_.undo.size();
-  FailingCall fault(1, [](platform::Call call, const std::string&) {
-    return call == platform::Call::kCreateFile;
-  });
-  EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, access_.ChangeSampleFormat("Low", kAdpcm));
-  EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError());
-  EXPECT_TRUE(fault.Fired());
-  EXPECT_EQ(undo + 1, host_.undo.size());
-  EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, Record("Low").compType);
-}
-
 // A file of someone else's where a new one should go is neither taken nor removed.
 TEST_F(SampleSet, ChangeDeletesNoFileThatItDidNotMake) {
   ImportTwo();

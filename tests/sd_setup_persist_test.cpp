@@ -111,20 +111,9 @@ TEST_F(StoredSetup, RefusesAFileThatEndsEarly) {
   RefusesEveryCut();
 }
 
-TEST_F(StoredSetup, RefusesAFileInWhichAByteIsWrong) {
+TEST_F(StoredSetup, RefusesAHeadInWhichAByteIsWrong) {
   Fill();
-  const std::string stored = Stored();
   JudgesEveryByteOfTheHead([] {});
-  // In the payload every value means something; what matters is that nothing breaks.
-  for (std::size_t at = kPayloadAt; at < stored.size(); ++at) {
-    for (const int value : {0, 1, 0x7F, 0x80, 0xFF}) {
-      std::string damaged = stored;
-      damaged[at] = static_cast<char>(value);
-      const Error error = LoadFile(damaged);
-      EXPECT_TRUE(error == SDSetup::ERROR_OK || error == SDSetup::ERROR_COULDNOTREAD) << at;
-      EXPECT_LE(setup_.GetNumQualityClasses(), 3) << at;
-    }
-  }
 }
 
 TEST_F(StoredSetup, JudgesTheVersionBehindTheHeadOfTheData) {

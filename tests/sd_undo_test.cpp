@@ -55,19 +55,6 @@ TEST_F(UndoTest, OfALoadBringsTheListBackAndTouchesNoFile) {
   EXPECT_EQ(toDelete, ToDelete().size());
 }
 
-TEST_F(UndoTest, TakesNoNoticeOfFilesThatCannotBeDeleted) {
-  ImportTwo();
-  const SDDeleteInfo newFiles = Files("Low");
-  FailingCall fault(1, [](platform::Call call, const std::string&) {
-    return call == platform::Call::kDeleteFile;
-  });
-  EXPECT_TRUE(host_.UndoLast());
-  EXPECT_TRUE(fault.Fired());
-  EXPECT_TRUE(Exists(newFiles.getRawName()));
-  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low"));
-  EXPECT_TRUE(Exists(RawPath("Low")));
-}
-
 // --- Deletion of a node ---
 
 TEST_F(UndoTest, OfADeletionStopsAtAFileThatIsGone) {
