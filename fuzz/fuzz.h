@@ -25,7 +25,7 @@ void Check(bool holds, const char* text);
 void Touch(const void* block, std::size_t size);
 
 // The bytes of one run. Choices are taken from the end, so that the front of an input is a plain
-// file and dictionaries and seeds fit it.
+// file and dictionaries fit it.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size)
