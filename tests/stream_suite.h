@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -153,42 +152,6 @@ TYPED_TEST_P(StreamSuite, AReadCutByTheEndKeepsWhatItRead) {
   EXPECT_FALSE(this->file->Read(vector));
   EXPECT_EQ(vector.x, 1.0f);
   EXPECT_EQ(vector.y, 8.0f);
-}
-
-TYPED_TEST_P(StreamSuite, ArraysHaveTheByteOrderInEachElement) {
-  // More than a block of conversion, from an odd address, and half an element behind.
-  const qz::ulong bytes = 65536 + 24;
-  const std::string pattern = stream_suite::Pattern(1 + bytes);
-  std::string expected;
-  for (const qz::ulong size : {2u, 4u, 8u}) {
-    for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
-      this->file->SetEndian(order);
-      EXPECT_TRUE(this->file->Write(pattern.data() + 1, size, bytes / size));
-      std::string array = pattern.substr(1);
-      for (qz::ulong at = 0; at < bytes && order == DIOFile::ENDIAN_BIG; at += size) {
-        std::reverse(array.begin() + at, array.begin() + at + size);
-      }
-      expected += array;
-    }
-  }
-  EXPECT_TRUE(this->file->Write('x'));
-  EXPECT_TRUE(this->Finish() == expected + 'x');
-
-  this->file = this->streams.Reopen();
-  ASSERT_NE(this->file, nullptr);
-  for (const qz::ulong size : {2u, 4u, 8u}) {
-    for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
-      // The last array is asked for more than there is; what is there comes all the same, the
-      // part of an element as it stands.
-      const bool last = size == 8 && order == DIOFile::ENDIAN_BIG;
-      this->file->SetEndian(order);
-      std::string read(1 + bytes + 16, '.');
-      EXPECT_EQ(this->file->Read(read.data() + 1, size, bytes / size + (last ? 2 : 0)), !last);
-      EXPECT_EQ(read.compare(1, bytes, pattern, 1, bytes), 0);
-      EXPECT_EQ(read.substr(1 + bytes), (last ? "x" : ".") + std::string(15, '.'));
-    }
-  }
-  EXPECT_EQ(stream_suite::PositionOf(this->file), expected.size() + 1);
 }
 
 TYPED_TEST_P(StreamSuite, OddElementSizesAndEmptyArraysMoveNothing) {
@@ -344,10 +307,10 @@ TYPED_TEST_P(StreamSuite, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd) {
 
 REGISTER_TYPED_TEST_SUITE_P(
     StreamSuite, NumbersStandInTheByteOrderOfTheStream, AReadCutByTheEndKeepsWhatItRead,
-    ArraysHaveTheByteOrderInEachElement, OddElementSizesAndEmptyArraysMoveNothing,
-    PositionsMoveFromAllThreeOrigins, TextsAreFormatsWithCarriageReturnsInFrontOfLineFeeds,
-    TextsWithManyBytesACharacterComeBackWhole, ATextBeyondItsBufferIsRefusedWhole,
-    InsertCopiesFromPositionToPosition, LabelsNameThePositionTheyWereFirstSetAt,
-    ReferencesAreFilledWhenTheStreamEnds, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd);
+    OddElementSizesAndEmptyArraysMoveNothing, PositionsMoveFromAllThreeOrigins,
+    TextsAreFormatsWithCarriageReturnsInFrontOfLineFeeds, TextsWithManyBytesACharacterComeBackWhole,
+    ATextBeyondItsBufferIsRefusedWhole, InsertCopiesFromPositionToPosition,
+    LabelsNameThePositionTheyWereFirstSetAt, ReferencesAreFilledWhenTheStreamEnds,
+    LateReferencesHaveTheWidthAndOrderInForceAtTheEnd);
 
 #endif  // TESTS_STREAM_SUITE_H_
