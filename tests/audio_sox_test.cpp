@@ -49,15 +49,6 @@ TEST_F(AudioSox, AgreesOnTheSamplesOfItsFiles) {
   }
 }
 
-TEST_F(AudioSox, ReadsWhatTheWriterMakes) {
-  for (const qz::ushort bits : std::initializer_list<qz::ushort>{8, 16}) {
-    Sound source(Noise(bits == 8 ? 333 : 2002), bits, 1, 11025);
-    ASSERT_EQ(audio_WriteWave(folder.Path("w.wav").c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_OK);
-    Sox("w.wav -t s" + std::to_string(bits) + " -L w.raw");
-    EXPECT_EQ(folder.Read("w.raw"), source.Raw());
-  }
-}
-
 // Files as other programs leave them: chunks that no reader wants, of odd sizes too, in any order,
 // "fmt " chunks with an extension.
 TEST_F(AudioSox, AgreesOnFilesOfManyChunks) {

@@ -152,19 +152,6 @@ TEST_F(AudioWav, ChannelsDivideTheLengthWherePossible) {
   EXPECT_EQ(sound.NumSamples, 100u);
 }
 
-TEST_F(AudioWav, EmptyPromisesCommitNoMemory) {
-  const auto residentPages = [] {
-    long all = 0;
-    long resident = 0;
-    std::ifstream("/proc/self/statm") >> all >> resident;
-    return resident;
-  };
-  const long before = residentPages();
-  ASSERT_EQ(Read(Format(1, 1, 8000, 16) + Text("data") + Le(0x40000000, 4) + Bytes(10)), AUDIO_OK);
-  ASSERT_EQ(sound.LengthInBytes, 0x40000000u);
-  EXPECT_LT(residentPages() - before, 1000);
-}
-
 TEST_F(AudioWav, WrittenFileIsLaidOutFieldByField) {
   Sound source(Noise(2000), 16, 1, 32000);
   source.OriginalKey = -2;

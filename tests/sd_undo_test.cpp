@@ -13,24 +13,6 @@ class UndoTest : public SampleNodeTest {
   void GiveBack(const HDBUndoInfo& info) { host_.undo.push_back({nullptr, info}); }
 };
 
-TEST_F(UndoTest, EveryRecordTellsWhatItUndoes) {
-  const qz::string file = "S:\\node";
-  ImportTwo();
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.ChangeSampleFormat("Low", kPcm8));
-  EXPECT_TRUE(access_.SetSelQualityClass("High"));
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
-  EXPECT_TRUE(access_.Save(nullptr, &file));
-  EXPECT_TRUE(host_.LoadNodeFile(node_, file));
-  EXPECT_TRUE(host_.AddSample("copy").Sample().Copy(&node_));
-  std::vector<std::string> records;
-  for (const FakeHost::Undo& record : host_.undo)
-    records.push_back(std::to_string(record.info.ID) + " " + record.info.description.c_str());
-  EXPECT_THAT(records,
-              ElementsAre("3 import sample node", "3 import sample node",
-                          "5 change sample encoding type", "6 change selected quality class",
-                          "1 delete sample node", "2 load sample node", "4 copy sample node"));
-}
-
 TEST_F(UndoTest, OfALoadBringsTheListBackAndTouchesNoFile) {
   ImportTwo();
   const qz::string file = "S:\\node";
