@@ -30,7 +30,7 @@ Drive& Drive::Instance() {
   return drive;
 }
 
-Drive::Drive() : TempFolder(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp") {
+Drive::Drive() : TempFolder(platform_test::FastPlace()) {
   GTEST_FLAG_SET(break_on_failure, true);  // what the host expects is a Check here
   platform::MountDrive('S', path);
   for (const char* name : {"db/samples/a/Low.wav", "db/samples/a/High.wav"})

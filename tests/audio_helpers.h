@@ -72,10 +72,8 @@ inline Bytes BeChunk(const std::string& name, const Bytes& data) {
   return Text(name) + Be(data.size(), 4) + data + Bytes(data.size() % 2, 0xEE);
 }
 
-// In memory where the machine has such a place.
 struct TempFolder : platform_test::TempFolder {
-  TempFolder()
-      : platform_test::TempFolder(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") {}
+  TempFolder() : platform_test::TempFolder(platform_test::FastPlace()) {}
 
   std::string Write(const std::string& name, const Bytes& bytes) const {
     Put(name, {bytes.begin(), bytes.end()});

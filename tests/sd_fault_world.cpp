@@ -42,7 +42,7 @@ std::string AiffBytes(const Wav& sound) {
 
 // The sounds of all worlds. What a world starts with is older than its files, the rest is newer.
 struct Sounds : platform_test::TempFolder {
-  Sounds() : platform_test::TempFolder(std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") {
+  Sounds() : platform_test::TempFolder(platform_test::FastPlace()) {
     platform::MountDrive('W', path);
     Put("16.wav", WavBytes(SomeSound(40)));
     Put("8.wav", WavBytes(SomeSound(40, 2, 8)));

@@ -65,7 +65,6 @@ class World : public SampleNodeTest {
   bool isOpen = true;            // the setup node lives
   std::string result;            // what an operation gave out
   // What operations need from one call to the next.
-  FakeNode* other = nullptr;
   HDBUndoInfo record;
   DIOFile* stream = nullptr;
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -228,7 +227,6 @@ void FakeHost::Close() {
 }
 
 bool FakeHost::DeleteNode(HDBBaseNodeInterface* node) {
-  deleted.emplace_back(node->GetName().c_str());
   if (dropsDeleted) Remove(*static_cast<FakeNode*>(node));
   return true;
 }
@@ -270,22 +268,9 @@ std::string FakeHost::ErrorText(const FakeNode& node) {
 
 // --- The fixture ---
 
-namespace {
-
-std::string MakeFolder() {
-  // In memory where the machine has such a place.
-  const bool hasMemory = access("/dev/shm", W_OK) == 0;
-  std::string name =
-      ((hasMemory ? fs::path("/dev/shm") : fs::temp_directory_path()) / "sd_test_XXXXXX").string();
-  EXPECT_NE(mkdtemp(name.data()), nullptr);
+SampleDataTest::SampleDataTest() : host_("S:\\db\\game.db") {
   for (const char* part : {"/s/db/samples", "/s/wav", "/t"})
-    fs::create_directories(name + part);
-  return name;
-}
-
-}  // namespace
-
-SampleDataTest::SampleDataTest() : folder_(MakeFolder()), host_("S:\\db\\game.db") {
+    fs::create_directories(folder_ + part);
   platform::MountDrive('S', folder_ + "/s");
   platform::MountDrive('T', folder_ + "/t");
 }
@@ -302,8 +287,6 @@ SampleDataTest::~SampleDataTest() {
   host_.Close();
   platform::MountDrive('S', "");
   platform::MountDrive('T', "");
-  std::error_code ignored;
-  fs::remove_all(folder_, ignored);
 }
 
 std::string SampleDataTest::Native(const qz::string& path) const {

@@ -20,6 +20,7 @@
 #include "sampledata/sd_main.h"
 #include "sampledata/sd_setup.h"
 #include "tests/heap_faults.h"
+#include "tests/platform_folder.h"
 
 namespace qz {
 inline void PrintTo(const string& text, std::ostream* out) {
@@ -95,9 +96,8 @@ class FailingCall {
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
   bool Fired() const { return fired_; }
-  // The failed call, the first one where there were more, with its path.
+  // The failed call, the first one where there were more, and with its path.
   platform::Call Kind() const { return kind_; }
-  const std::string& Path() const { return path_; }
   std::string What() const { return std::string(platform::CallName(kind_)) + " " + path_; }
   // Calls that have failed so far, of all objects.
   static long Failures();
@@ -221,7 +221,6 @@ class FakeHost final : public HDBRootInterface {
   int openModifications = 0;
   int closedWithoutRecord = 0;
   int undoDisabled = 0;
-  std::vector<std::string> deleted;  // names of nodes that the library had deleted
 
   HDBBaseNodeInterface* GetSampleSetupNode() const override { return setupNode_; }
   void SetSampleSetupNode(HDBBaseNodeInterface* node) override { setupNode_ = node; }
@@ -274,7 +273,8 @@ class SampleDataTest : public ::testing::Test {
   // The setup node, with its folder set and the classes "Low" (1) and "High" (2).
   FakeNode& AddPreparedSetup();
 
-  const std::string folder_;  // native; drives are its subfolders "s" and "t"
+  const platform_test::TempFolder temporary_{platform_test::FastPlace()};
+  const std::string& folder_ = temporary_.path;  // drives are its subfolders "s" and "t"
   FakeHost host_;
 };
 

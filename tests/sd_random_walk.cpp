@@ -613,25 +613,17 @@ class Walk {
   bool clean_ = true;      // nothing that is to go has been forgotten
 };
 
-std::string TempFolder() {
-  const bool hasMemory = fs::is_directory("/dev/shm") && access("/dev/shm", W_OK) == 0;
-  std::string name =
-      ((hasMemory ? fs::path("/dev/shm") : fs::temp_directory_path()) / "sd_walk_XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder " + name);
-  return name;
-}
-
 }  // namespace
 
 std::string RandomWalk(std::uint64_t seed, long steps) {
   std::mt19937_64 random(seed);
   std::deque<std::string> trace;
-  const std::string folder = TempFolder();
+  const platform_test::TempFolder folder(platform_test::FastPlace());
   std::string failure;
   long step = 0;
   try {
     while (step < steps) {
-      Walk database(folder + "/s", random, trace);
+      Walk database(folder.Native("s"), random, trace);
       while (step < steps) {
         ++step;
         if (!database.Step()) break;
@@ -646,7 +638,6 @@ std::string RandomWalk(std::uint64_t seed, long steps) {
                " SD_WALK_STEPS=" + std::to_string(step) +
                " sd_tests --gtest_filter='RandomWalk.*'\n";
   }
-  fs::remove_all(folder);
   return failure;
 }
 
