@@ -170,7 +170,7 @@ inline void Prepare(const std::string& target) {
   sync();
 }
 
-inline constexpr std::uint32_t kWavRate = 32000;
+inline constexpr std::uint32_t kWavRate = 48000;
 
 // The head of a mono WAV of 16 bits and kWavRate Hz with `bytes` of samples behind it.
 inline void WriteWavHead(std::ofstream& file, std::uint32_t bytes) {

@@ -32,7 +32,7 @@ struct Program {
 };
 
 #define FFMPEG "ffmpeg -y -v error -threads 1 "
-#define FFMPEG_RAW FFMPEG "-f s16le -ar 32000 -ac 1 -i IN.raw "
+#define FFMPEG_RAW FFMPEG "-f s16le -ar 48000 -ac 1 -i IN.raw "
 #define FFMPEG_BACK FFMPEG "-i OUT.wav -f s16le BACK"
 #define SOX_BACK "sox -D OUT.wav -t raw -e signed -b 16 BACK"
 constexpr Program kPrograms[] = {

@@ -18,6 +18,9 @@ namespace {
 // has to write goes in one.
 constexpr std::size_t kMostSingly = 16;
 
+// Smaller files are better written together.
+constexpr off_t kWorthStarting = 1 << 20;
+
 // Some file systems have nothing to bring anywhere, and say so.
 bool HasNothingToSync(int reason) {
   return reason == EINVAL || reason == ENOTSUP || reason == ENOSYS;
@@ -45,6 +48,16 @@ int Syncfs(int file) {
 }
 
 }  // namespace
+
+void StartToDisk(const std::string& native) {
+  const int file = ::open(native.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return;
+  struct stat facts;
+  if (::fstat(file, &facts) == 0 && facts.st_size >= kWorthStarting) {
+    ::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE);
+  }
+  ::close(file);
+}
 
 void SyncToDisk(const std::set<std::string>& paths) {
   const bool singly = paths.size() <= kMostSingly;

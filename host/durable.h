@@ -12,6 +12,10 @@ namespace samplehost {
 // be brought there, or is not there.
 void SyncToDisk(const std::set<std::string>& paths);
 
+// Has the system begin to write a file, where it is large, so that a later sync of many waits less.
+// Failures are left for that to tell.
+void StartToDisk(const std::string& native);
+
 }  // namespace samplehost
 
 #endif  // HOST_DURABLE_H_

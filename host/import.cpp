@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "host/advice.h"
+#include "host/durable.h"
 #include "host/failure.h"
 #include "host/import_jobs.h"
 #include "host/paths.h"
@@ -123,9 +124,14 @@ Node& ImportFile(Session& session, const std::string& path, const ImportOptions&
       node.sample().ImportSample(path.c_str(), options.formatIndex, options.qualityClass.c_str());
   if (error != SDAccessInterface::ERROR_OK) throw Failure(node.LastError(), AdviceFor(error));
   session.root().HoldClass(node, options.qualityClass);
-  if (!EncodedIsWhole(node, FactsOf(session, node, options.qualityClass))) {
+  const SampleFacts facts = FactsOf(session, node, options.qualityClass);
+  if (!EncodedIsWhole(node, facts)) {
     session.root().UndoSince(steps);
     throw Failure("The encoded file could not be written whole", "Make room on the disk.");
+  }
+  if (session.durable()) {
+    StartToDisk(NativePath(facts.rawPath));
+    StartToDisk(NativePath(EncodedPathOf(facts.rawPath)));
   }
   target.Keep();
   if (target.wasMade() && session.root().undo().pushed() != steps) {

@@ -71,6 +71,7 @@ class Session {
   // before the database names them, unless the user has no need of that.
   void Save();
   void set_durable(bool durable) { durable_ = durable; }
+  bool durable() const { return durable_; }
 
   // Takes the last step back and tells what it was. Failure while the last save stands half: the
   // library would take files of the committed database for files that nobody needs.
