@@ -151,22 +151,6 @@ TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
   EXPECT_TRUE(DIOFile::CloseFile(target));
 }
 
-TEST_F(FileStreamTest, AFailedOpenLeavesNothingOpen) {
-  folder.Put("f", "text");
-  {
-    Faults faults;
-    faults.Fail(Call::kCreateFile);
-    EXPECT_EQ(Open(DIOFile::OPENMODE_MODIFY), nullptr);
-    // Appending at a place other than the end would go over the text.
-    faults.Fail(Call::kSetFilePointer);
-    EXPECT_EQ(Open(DIOFile::OPENMODE_APPEND), nullptr);
-    faults.Fail(Call::kDeleteFile);
-    EXPECT_EQ(Open(DIOFile::OPENMODE_CREATE), nullptr);
-  }
-  EXPECT_EQ(folder.Get("f"), "text");
-  EXPECT_TRUE(DIOFile::Delete(folder.Path("f")));
-}
-
 TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   Create();
   ASSERT_TRUE(stream_suite::WriteBytes(file, std::string(200000, 'x')));

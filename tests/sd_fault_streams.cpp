@@ -217,6 +217,14 @@ std::vector<Operation> StreamOperations() {
                [text = std::string(1100, '\n')](World&, DIOFile* file) {
                  return file->WriteStringZ(kText, text.c_str());
                }),
+      OnStream("stream to go on with", DIOFile::OPENMODE_APPEND,
+               [](World& w, DIOFile* file) {
+                 qz::uint64 position = 0;
+                 if (!file->GetPosition(position)) return false;
+                 const SparedAllocations own;
+                 w.result = std::to_string(position);
+                 return true;
+               }),
       OnStream("text to read", DIOFile::OPENMODE_OPEN,
                [](World& w, DIOFile* file) {
                  qz::string text;
