@@ -104,17 +104,6 @@ TEST(Codebook, SplitMovesTheFirstTapOfThePartnerRow) {
   EXPECT_EQ(book[3], (Taps{1, -0.5 - 0.01, 0.125}));
 }
 
-TEST(Codebook, LowestOfEquallyDistantRowsTakesTheFrameAndEmptyCellsPredictNothing) {
-  std::vector<Taps> book(3, Taps{1, 0.75, 0.25});
-  std::vector<Taps> training(2, Taps{1, -0.5, 0.125});
-  Refiner refiner;
-  refiner.Run(book, training, 1);
-  EXPECT_EQ(refiner.count[0], 2);
-  EXPECT_NEAR(book[0][1], -0.5, 1e-12);
-  EXPECT_EQ(book[1], (Taps{1, 0, 0}));
-  EXPECT_EQ(book[2], (Taps{1, 0, 0}));
-}
-
 TEST(Codebook, SlightlyNegativeDistancesStillCompare) {
   // Both rows are below 0 by rounding errors of different size; cut to 0 they would be a tie.
   const Taps frame = {1.0, 0x1.d4fdf3b5e0eabp-1, 0x1.ffffffff2419p-1};
@@ -124,18 +113,6 @@ TEST(Codebook, SlightlyNegativeDistancesStillCompare) {
   Refiner refiner;
   refiner.Run(book, training, 1);
   EXPECT_EQ(refiner.count[1], 1);
-}
-
-TEST(Codebook, CentroidsAreDividedByTheirCount) {
-  const auto refined = [](std::size_t frames, double a1, double a2) {
-    std::vector<Taps> book = {{1, 0, 0}};
-    std::vector<Taps> training(frames, Taps{1, a1, a2});
-    Refiner().Run(book, training, 1);
-    return book[0];
-  };
-  EXPECT_EQ(refined(7, 0x1.38p-1, -0x1p-4), (Taps{1, 0x1.3800000000001p-1, -0x1.fffffffffffefp-5}));
-  EXPECT_EQ(refined(5, 0x1.ep-2, -0x1.ep-3), (Taps{1, 0x1.ep-2, -0x1.e000000000002p-3}));
-  EXPECT_EQ(refined(6, 0x1.48p-1, 0x1.6p-3), (Taps{1, 0x1.4800000000002p-1, 0x1.6000000000008p-3}));
 }
 
 TEST(TableDesign, FramesAtOrBelowTheEnergyOfSilenceGiveNoPredictor) {

@@ -49,34 +49,6 @@ TEST_F(AudioSox, AgreesOnTheSamplesOfItsFiles) {
   }
 }
 
-// Files as other programs leave them: chunks that no reader wants, of odd sizes too, in any order,
-// "fmt " chunks with an extension.
-TEST_F(AudioSox, AgreesOnFilesOfManyChunks) {
-  const Bytes raw = Noise(2000);
-  const Bytes format = Le(1, 2) + Le(2, 2) + Le(32000, 4) + Le(128000, 4) + Le(4, 2) + Le(16, 2);
-  const Bytes sampler = Words({0, 0, 31250, 62, 0, 0, 0, 1, 0}) + Words({7, 1, 100, 199, 0, 3});
-  const Bytes list = Chunk("LIST", Text("INFOICMT") + Le(3, 4) + Text("abc") + Bytes(1, 0));
-  const Bytes bext = Chunk("bext", Bytes(603, 'b'));
-  const Bytes data = Chunk("data", raw);
-  const Bytes smpl = Chunk("smpl", sampler);
-  const Bytes fmt18 = Chunk("fmt ", format + Le(0, 2));
-  const Bytes fmt40 = Chunk("fmt ", format + Le(22, 2) + Bytes(22, 0));
-  const Bytes bodies[] = {list + fmt18 + bext + smpl + data + Chunk("junk", Text("odd")),
-                          Chunk("fmt ", format) + Chunk("fact", Le(500, 4)) + data + list + smpl,
-                          bext + fmt40 + smpl + list + data};
-  for (const Bytes& body : bodies) {
-    const std::string path =
-        folder.Write("a.wav", Text("RIFF") + Le(body.size() + 4, 4) + Text("WAVE") + body);
-    Sox("a.wav -t s16 -L -r 32000 -c 2 a.raw");
-    Sound sound;
-    ASSERT_EQ(audio_ReadWave(path.c_str(), &sound, false), AUDIO_OK) << AudioErrorMsg;
-    EXPECT_EQ(sound.Raw(), raw);
-    EXPECT_EQ(folder.Read("a.raw"), raw);
-    EXPECT_EQ(sound.SampleRate, 32000u);
-    EXPECT_EQ(KeyAndLoop(sound), (std::vector<qz::int64>{62, 100, 199, 1, 3}));
-  }
-}
-
 class AudioSndfile : public testing::Test {
  protected:
   void SetUp() override {

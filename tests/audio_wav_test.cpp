@@ -50,7 +50,9 @@ TEST_F(AudioWav, PlainFileFillsTheRecordWhateverTheOrderOfItsChunks) {
   const Bytes data = Chunk("data", samples);
   const Bytes format = Format(1, 2, 22050, 16);
   const Bytes odd = Chunk("LIST", Text("odd"));
-  for (const Bytes& chunks : {format + data, data + format, odd + format + odd + data + odd}) {
+  const Bytes extended = Chunk("fmt ", Part(format, 8, 24) + Le(22, 2) + Bytes(22));
+  for (const Bytes& chunks :
+       {format + data, data + format, odd + format + odd + data + odd, extended + data}) {
     ASSERT_EQ(Read(chunks), AUDIO_OK) << AudioErrorMsg;
     EXPECT_STREQ(AudioErrorMsg, "");
     EXPECT_EQ(Numbers(sound),
