@@ -95,21 +95,21 @@ void EmptyNode(World& w) {
 
 // `get` gives a block for free, or null.
 Operation Data(const std::string& name, const std::function<void*(World&, qz::ulong&)>& get) {
-  return {name,
-          [get](World& w) {
-            qz::ulong size = 0;
-            const std::unique_ptr<void, decltype(&std::free)> block(get(w, size), &std::free);
-            const SparedAllocations host;
-            if (block != nullptr) w.result.assign(static_cast<const char*>(block.get()), size);
-            return w.Code(block != nullptr);
-          },
-          [](World& w) {
-            EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
-          },
-          kFileCodes,
-          {},
-          false,
-          kEnds + Calls{Call::kReadFile}};
+  return {.name = name,
+          .body =
+              [get](World& w) {
+                qz::ulong size = 0;
+                const std::unique_ptr<void, decltype(&std::free)> block(get(w, size), &std::free);
+                const SparedAllocations host;
+                if (block != nullptr) w.result.assign(static_cast<const char*>(block.get()), size);
+                return w.Code(block != nullptr);
+              },
+          .prepare =
+              [](World& w) {
+                EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
+              },
+          .codes = kFileCodes,
+          .untold = kEnds + Calls{Call::kReadFile}};
 }
 
 int ExtraData(World& w) {
@@ -185,15 +185,15 @@ std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace
        {},
        {write},
        {"stamp "}},
-      {name + " save to the database",
-       [](World& w) { return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(w.stream, nullptr)); },
-       [](World& w) { OpenDatabase(w, DIOFile::OPENMODE_CREATE); },
-       {write},
-       {"stamp ", "disk db/database"},
-       false,
-       kEnds,
-       {},
-       {"disk db/database"}},
+      {.name = name + " save to the database",
+       .body =
+           [](World& w) {
+             return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(w.stream, nullptr));
+           },
+       .prepare = [](World& w) { OpenDatabase(w, DIOFile::OPENMODE_CREATE); },
+       .codes = {write},
+       .leaves = {"stamp ", "disk db/database"},
+       .deletes = {"disk db/database"}},
       {name + " load of a file", LoadFile<kIsSetup>,
        [](World& w) { EXPECT_TRUE(Object<kIsSetup>(w).Save(nullptr, &kFile)); }, reads, inPlace,
        false, untold},
@@ -412,64 +412,54 @@ std::vector<Operation> NodeOperations() {
        {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
         SDAccess::ERROR_COULDNOTGATHERFILEINFO},
        {"disk out/"}},
-      {"check-out once more",
-       [](World& w) {
-         return Answer(
-             w, w.access_.IsCheckedOut() ? w.access_.RedoCheckOut() : w.access_.CheckOut(kOut));
-       },
-       CheckOutAndEdit,
-       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
-        SDAccess::ERROR_COULDNOTGATHERFILEINFO},
-       {"disk out/", "out "},
-       false,
-       kEnds,
-       {},
-       {"disk out/"}},
-      {"check-in",
-       [](World& w) { return Answer(w, w.access_.CheckIn()); },
-       CheckOutAndEdit,
-       kFileCodes,
-       {},
-       true,
-       kEncoder},
-      {"check-in from another folder",
-       [from = qz::string("S:\\out\\else")](World& w) {
-         return Answer(w, w.access_.CheckIn(from));
-       },
-       [](World& w) {
-         CheckOutAndEdit(w);
-         EXPECT_TRUE(DIOFile::CreateDirectoryA("S:\\out\\else"));
-         for (const char* name : {"\\kick (Low).wav", "\\kick (High).wav"}) {
-           const qz::string file = name;
-           EXPECT_TRUE(DIOFile::Rename(kOut + file, kOut + "\\else" + file));
-         }
-       },
-       kFileCodes,
-       {},
-       true,
-       kEncoder},
-      {"undo of a check-in",
-       [](World& w) { return Answer(w, w.access_.UndoCheckIn()); },
-       CheckIn,
-       {SDAccess::ERROR_NOMEMORY},
-       {},
-       false,
-       kEnds + Calls{Call::kFindFirstFile, Call::kGetFullPathName},
-       {"+ disk db/samples/"},
-       {"- disk db/samples/"}},
+      {.name = "check-out once more",
+       .body =
+           [](World& w) {
+             return Answer(
+                 w, w.access_.IsCheckedOut() ? w.access_.RedoCheckOut() : w.access_.CheckOut(kOut));
+           },
+       .prepare = CheckOutAndEdit,
+       .codes = {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
+                 SDAccess::ERROR_COULDNOTGATHERFILEINFO},
+       .leaves = {"disk out/", "out "},
+       .deletes = {"disk out/"}},
+      {.name = "check-in",
+       .body = [](World& w) { return Answer(w, w.access_.CheckIn()); },
+       .prepare = CheckOutAndEdit,
+       .codes = kFileCodes,
+       .encodes = true,
+       .untold = kEncoder},
+      {.name = "check-in from another folder",
+       .body = [from = qz::string("S:\\out\\else")](
+                   World& w) { return Answer(w, w.access_.CheckIn(from)); },
+       .prepare =
+           [](World& w) {
+             CheckOutAndEdit(w);
+             EXPECT_TRUE(DIOFile::CreateDirectoryA("S:\\out\\else"));
+             for (const char* name : {"\\kick (Low).wav", "\\kick (High).wav"}) {
+               const qz::string file = name;
+               EXPECT_TRUE(DIOFile::Rename(kOut + file, kOut + "\\else" + file));
+             }
+           },
+       .codes = kFileCodes,
+       .encodes = true,
+       .untold = kEncoder},
+      {.name = "undo of a check-in",
+       .body = [](World& w) { return Answer(w, w.access_.UndoCheckIn()); },
+       .prepare = CheckIn,
+       .untold = kEnds + Calls{Call::kFindFirstFile, Call::kGetFullPathName},
+       .shrugs = {"+ disk db/samples/"},
+       .deletes = {"- disk db/samples/"}},
       {"end of a node", Drop, {}, {}, {}, false, kEnds, {"to delete "}},
       Closing("close behind a save", SaveChangeAndSave),
       Closing("close without a save", SaveAndChange),
       Closing("close behind a failed save", SaveChangeAndFailToSave),
-      {"save of the database",
-       [](World& w) { return w.Save() ? 0 : kNoCode; },
-       SaveAndChange,
-       {kNoCode},
-       {"stamp ", "version ", "bookmark", "- unsaved ", "disk db/sav"},
-       false,
-       kEnds,
-       {},
-       {"disk db/sav"}},
+      {.name = "save of the database",
+       .body = [](World& w) { return w.Save() ? 0 : kNoCode; },
+       .prepare = SaveAndChange,
+       .codes = {kNoCode},
+       .leaves = {"stamp ", "version ", "bookmark", "- unsaved ", "disk db/sav"},
+       .deletes = {"disk db/sav"}},
   };
   for (Operation& operation : StoredForms<false>("node", kList))
     all.push_back(std::move(operation));
@@ -510,14 +500,11 @@ std::vector<Operation> SetupOperations() {
        {SDSetup::ERROR_COULDNOTWRITE}},
       {"class to remove", [name = qz::string("Third")](
                               World& w) { return Answer(w, w.setup_.RemoveQualityClass(name)); }},
-      {"folder to set",
-       [folder](World& w) { return static_cast<int>(w.setup_.SetSampleFolder(folder)); },
-       {},
-       {},
-       {},
-       false,
-       {Call::kGetFullPathName},
-       {"place "}},
+      {.name = "folder to set",
+       .body = [folder](World& w) { return static_cast<int>(w.setup_.SetSampleFolder(folder)); },
+       .codes = {},
+       .untold = {Call::kGetFullPathName},
+       .shrugs = {"place "}},
       text("folder", [](World& w) { return w.setup_.GetSampleFolder(); }),
       text("platform", [](World& w) { return w.setup_.GetTargetPlatform(); }),
       text("platform of a node", [](World& w) { return w.access_.GetTargetPlatform(); }),

@@ -68,20 +68,18 @@ int Design(World& w) {
 const Calls kRetried = {platform::Call::kReadFile, platform::Call::kCloseHandle};
 
 Operation Read(const char* name) {
-  return {std::string("sound ") + name,
-          [path = std::string("W:\\") + name](World& w) {
-            _AUDIO audio{};
-            const int code = audio_ReadWave(path.c_str(), &audio, false);
-            if (code == AUDIO_OK) Give(w, audio.Samples, audio.LengthInBytes);
-            audio_FreeWave(&audio);
-            return code;
-          },
-          {},
-          {AUDIO_NOTFOUND, AUDIO_NOMEMORY, AUDIO_UNKNOWNTYPE, AUDIO_BADCONTENT,
-           AUDIO_BADMORTVERSION, AUDIO_DATAENDED},
-          {},
-          false,
-          kRetried};
+  return {.name = std::string("sound ") + name,
+          .body =
+              [path = std::string("W:\\") + name](World& w) {
+                _AUDIO audio{};
+                const int code = audio_ReadWave(path.c_str(), &audio, false);
+                if (code == AUDIO_OK) Give(w, audio.Samples, audio.LengthInBytes);
+                audio_FreeWave(&audio);
+                return code;
+              },
+          .codes = {AUDIO_NOTFOUND, AUDIO_NOMEMORY, AUDIO_UNKNOWNTYPE, AUDIO_BADCONTENT,
+                    AUDIO_BADMORTVERSION, AUDIO_DATAENDED},
+          .untold = kRetried};
 }
 
 Operation Unpack(const char* name) {
@@ -105,25 +103,23 @@ Operation Unpack(const char* name) {
 
 // A writer that has failed leaves a part of its file.
 Operation Write(const char* name, const char* from, int format) {
-  return {
-      std::string("sound to ") + name,
-      [to = std::string("S:\\out\\") + name, path = std::string("W:\\") + from, format](World&) {
-        _AUDIO audio{};
-        {
-          const SparedAllocations own;
-          EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
-        }
-        const int code = audio_WriteWave(to.c_str(), &audio, format);
-        audio_FreeWave(&audio);
-        return code;
-      },
-      {},
-      {AUDIO_WRITEFAILED},
-      {"disk out/"},
-      false,
-      kRetried,
-      {},
-      {"disk out/"}};
+  return {.name = std::string("sound to ") + name,
+          .body =
+              [to = std::string("S:\\out\\") + name, path = std::string("W:\\") + from,
+               format](World&) {
+                _AUDIO audio{};
+                {
+                  const SparedAllocations own;
+                  EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
+                }
+                const int code = audio_WriteWave(to.c_str(), &audio, format);
+                audio_FreeWave(&audio);
+                return code;
+              },
+          .codes = {AUDIO_WRITEFAILED},
+          .leaves = {"disk out/"},
+          .untold = kRetried,
+          .deletes = {"disk out/"}};
 }
 
 // --- Streams, folders, paths ---
@@ -267,25 +263,20 @@ std::vector<Operation> StreamOperations() {
            }),
       Text("current folder", [](qz::string& to) { return DIOFile::GetCurrentDirectoryA(to); }),
       // What cannot be looked for is made, and then is there or not.
-      {"folders",
-       [deep](World&) { return DIOFile::CreatePath(deep, false) ? 0 : kNoCode; },
-       {},
-       {kNoCode},
-       {"+ disk out/a folder"},
-       false,
-       kEnds + Calls{platform::Call::kFindFirstFile, platform::Call::kGetFullPathName}},
+      {.name = "folders",
+       .body = [deep](World&) { return DIOFile::CreatePath(deep, false) ? 0 : kNoCode; },
+       .codes = {kNoCode},
+       .leaves = {"+ disk out/a folder"},
+       .untold = kEnds + Calls{platform::Call::kFindFirstFile, platform::Call::kGetFullPathName}},
       {"copy of a file",
        [path, beside](World&) { return DIOFile::Copy(path, beside) ? 0 : kNoCode; },
        {},
        {kNoCode}},
-      {"search",
-       Search,
-       {},
-       {kNoCode},
-       {},
-       false,
-       {platform::Call::kGetFullPathName, platform::Call::kFindNextFile,
-        platform::Call::kFindClose}},
+      {.name = "search",
+       .body = Search,
+       .codes = {kNoCode},
+       .untold = {platform::Call::kGetFullPathName, platform::Call::kFindNextFile,
+                  platform::Call::kFindClose}},
       {"program",
        Execute,
        {},
