@@ -344,7 +344,7 @@ int RunCommandLine(int argc, char** argv) {
       "an example.");
   CommandLine line;
   line.context.progress = ::isatty(STDERR_FILENO) != 0;
-  app.add_option("--library", line.context.library,
+  app.add_option("--library", line.context.libraryPath,
                  "path of the SampleData library (SampleData.so beside this program)");
   app.add_flag("!--no-sync", line.context.sync,
                "do not wait for the disk when saving: faster, but a power cut may then cost files");
@@ -368,7 +368,7 @@ int RunCommandLine(int argc, char** argv) {
     }
     return kUsage;
   }
-  if (line.context.library.empty()) line.context.library = SampleLibrary::DefaultPath();
+  if (line.context.libraryPath.empty()) line.context.libraryPath = SampleLibrary::DefaultPath();
   return RunVerb(line, "samplehost");
 }
 

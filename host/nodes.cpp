@@ -29,7 +29,7 @@ Node::Node(Root& root, NodeKind kind, NodeRow row, HDBAccessBaseInterface* acces
 
 Node::~Node() {
   DropReferences();
-  if (access_ != nullptr) root_.library().Release(kind_, access_);
+  if (access_ != nullptr) root_.plugin().Release(kind_, access_);
   QZ_ASSERT(referencing_.empty(), "a node outlives those that reference it");
 }
 
@@ -119,7 +119,7 @@ HDBAccessBaseInterface* Node::GetTypeInterface() const {
 }
 
 PGIBaseInterface* Node::GetBaseInterface() const {
-  return root_.library().base();
+  return root_.plugin().base();
 }
 
 HDBRootInterface* Node::GetRootInterface() const {

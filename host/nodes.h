@@ -110,7 +110,7 @@ class Root final : public HDBRootInterface {
   Root(const Root&) = delete;
   Root& operator=(const Root&) = delete;
 
-  SampleLibrary& library() const { return library_; }
+  SampleLibrary& plugin() const { return library_; }
   const Settings& settings() const { return settings_; }
   UndoList& undo() { return undo_; }
   const std::list<std::unique_ptr<Node>>& samples() const { return samples_; }

@@ -160,8 +160,8 @@ int Shell::Quit(bool discard) {
 }
 
 int Shell::Run(const std::string& typed, const std::string& where) {
-  CommandLine line{{context.library, context.database, context.out, context.err, context.progress,
-                    &session, nullptr, context.sync},
+  CommandLine line{{context.libraryPath, context.database, context.out, context.err,
+                    context.progress, &session, nullptr, context.sync},
                    {},
                    this};
   CLI::App app("The verbs of a session. \"help VERB\" shows an example.", "");
@@ -202,7 +202,7 @@ int OpenShell(const Context& context, const ShellOptions& options) {
   Session& session = Open(context);
   WarnOfDamage(context, session);
   Shell shell{session,
-              {context.library, context.database, context.out, context.err, context.progress,
+              {context.libraryPath, context.database, context.out, context.err, context.progress,
                &session, nullptr, context.sync}};
   shell.terminal = options.script.empty() && ::isatty(STDIN_FILENO) != 0;
   if (shell.terminal) {

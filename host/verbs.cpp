@@ -125,7 +125,7 @@ void CheckImport(Session& session, const ImportArguments& arguments, std::size_t
 
 Session& Open(const Context& context) {
   if (context.session != nullptr) return *context.session;
-  context.opened = std::make_unique<Session>(context.library, FullPath(context.database));
+  context.opened = std::make_unique<Session>(context.libraryPath, FullPath(context.database));
   context.opened->set_durable(context.sync);
   return *context.opened;
 }
@@ -154,7 +154,7 @@ int New(const Context& context, const NewArguments& arguments) {
     wanted.settings.defaultType = HDB_SAMPLETYPE_COMPRESSED;
   }
   wanted.settings.onlyDefault = arguments.onlyDefault;
-  Session::Create(context.library, wanted);
+  Session::Create(context.libraryPath, wanted);
   if (wanted.classes.empty()) {
     context.err << "The database has no quality class yet: samplehost class DB add NAME=LEVEL\n";
   }

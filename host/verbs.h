@@ -24,8 +24,8 @@ inline constexpr int kUsage = 2;
 // On the command line a verb opens the database, and saves what it changed. In a session the
 // database is open already, and what changed waits for the user's save.
 struct Context {
-  std::string library;   // native path of the library
-  std::string database;  // native path of the database
+  std::string libraryPath;  // native path of the library
+  std::string database;     // native path of the database
   std::ostream& out = std::cout;
   std::ostream& err = std::cerr;
   bool progress = false;  // standard error is a terminal

@@ -183,7 +183,7 @@ void Repair(const Context& context, const std::string& path, const Findings& fin
   if (files.empty()) return;
   for (const std::string& file : files)
     ::unlink(file.c_str());  // one that stays is found by the second look
-  Session session(context.library, path);
+  Session session(context.libraryPath, path);
   session.set_durable(context.sync);
   session.Save();
 }
