@@ -124,7 +124,9 @@ class Workers {
       if (::poll(sockets.data(), sockets.size(), -1) < 0) continue;  // a signal
       auto socket = sockets.begin();
       for (auto worker = workers_.begin(); worker != workers_.end(); ++worker, ++socket) {
-        if (socket->revents != 0) return {*worker->file, Receive(worker)};
+        if (socket->revents == 0) continue;
+        const std::size_t file = *worker->file;  // the worker can be gone behind its answer
+        return {file, Receive(worker)};
       }
     }
   }

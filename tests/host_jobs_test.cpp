@@ -29,7 +29,8 @@ class Jobs : public HostTest {
   // What each node of a database holds: the bytes of its files in the order of the list.
   std::vector<std::string> Contents(const std::string& database) {
     std::vector<std::string> contents;
-    for (const Json& node : Told(0, "list " + database)["nodes"]) {
+    const Json list = Told(0, "list " + database);
+    for (const Json& node : list["nodes"]) {
       const std::string name = node["name"];
       for (const char* as : {"raw", "encoded"}) {
         Run(0, "export " + database + " " + name + " out --force --class High --as " + as);
