@@ -63,10 +63,11 @@ int LargestOpenLoopResidual(const int* in, Coefficients c) {
   return largest;
 }
 
-// One below the exponent at which the residual would fit: clipping by one step is accepted.
+// One below the exponent at which the residual, of 16 bits, would fit: clipping by one step is
+// accepted.
 int FirstExponent(int residual) {
   int halvings = 0;
-  while (halvings <= kMaxExponent && (residual < kMinResidual || residual > kMaxResidual)) {
+  while (residual < kMinResidual || residual > kMaxResidual) {
     residual /= 2;
     ++halvings;
   }

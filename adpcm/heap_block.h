@@ -21,16 +21,20 @@ struct FreeBlock {
 template <typename T>
 using HeapBlock = std::unique_ptr<T[], FreeBlock>;
 
+inline void* AllocateElements(qz::uint64 count, std::size_t elementSize) {
+  if (count > SIZE_MAX / elementSize) return nullptr;
+  const std::size_t size = static_cast<std::size_t>(count) * elementSize;
+  void* const block = std::malloc(size != 0 ? size : 1);
+  if (block != nullptr) platform::ExpectFilled(block, size);
+  return block;
+}
+
 // Room for `count` values without content. Null when memory runs out or when the size is beyond
 // the address space. Null means failure alone: an empty block is 1 byte.
 template <typename T>
 HeapBlock<T> AllocateBlock(qz::uint64 count) {
   static_assert(std::is_trivial_v<T>);
-  if (count > SIZE_MAX / sizeof(T)) return nullptr;
-  const auto size = static_cast<std::size_t>(count) * sizeof(T);
-  HeapBlock<T> block(static_cast<T*>(std::malloc(size != 0 ? size : 1)));
-  if (block != nullptr) platform::ExpectFilled(block.get(), size);
-  return block;
+  return HeapBlock<T>(static_cast<T*>(AllocateElements(count, sizeof(T))));
 }
 
 }  // namespace adpcm
