@@ -72,19 +72,22 @@ class Encoder {
   Encoder& operator=(const Encoder&) = delete;
   ~Encoder() { std::free(stream_.buffer); }
 
-  // All answer false without memory.
-  bool Begin(qz::ulong numSamples, qz::ulong sampleRate);
-  bool AddBlock(short* block);
-  bool End();
+  void Begin(qz::ulong numSamples, qz::ulong sampleRate);
+  void AddBlock(short* block);
+  void End();
 
+  // Memory has run out: nothing comes of this stream, and no more blocks need be added.
+  bool HasFailed() const { return failed_; }
   const gsmCodecInfo& Info() const { return info_; }
   // The finished stream, which is then the caller's.
   void* Release() { return std::exchange(stream_.buffer, nullptr); }
 
  private:
-  bool Write(qz::ulong value, qz::slong count) { return bitIO_Write(&stream_, value, count) == 0; }
-  bool FlushUnusedBlocks();
-  bool FlushUsedBlocks();
+  void Write(qz::ulong value, qz::slong count) {
+    if (bitIO_Write(&stream_, value, count) != 0) failed_ = true;
+  }
+  void FlushUnusedBlocks();
+  void FlushUsedBlocks();
 
   qz::ulong silent_ = 0;  // pending blocks of either kind; one of the two is 0
   qz::ulong coded_ = 0;
@@ -93,62 +96,63 @@ class Encoder {
   bitIO stream_;
   GsmObjectPtr coder_{gsmFrames_Create()};  // sees the coded blocks only
   GsmObjectPtr exploder_{gsmFrames_Create()};
+  bool failed_ = !coder_ || !exploder_;
 };
 
-bool Encoder::Begin(qz::ulong numSamples, qz::ulong sampleRate) {
+void Encoder::Begin(qz::ulong numSamples, qz::ulong sampleRate) {
   info_.sampleRate = sampleRate;
   const auto numBlocks =
       static_cast<qz::ulong>((qz::uint64{numSamples} + kBlockSamples - 1) / kBlockSamples);
-  return coder_ && exploder_ && Write(kMagic, 32) && Write(sampleRate, 16) &&
-         Write(numBlocks, 16) && Write(kWordCountPlaceholder, 32);
+  Write(kMagic, 32);
+  Write(sampleRate, 16);
+  Write(numBlocks, 16);
+  Write(kWordCountPlaceholder, 32);
 }
 
-bool Encoder::AddBlock(short* block) {
+void Encoder::AddBlock(short* block) {
   if (IsSilent(block)) {
-    if (coded_ > 0 && !FlushUsedBlocks()) return false;
+    if (coded_ > 0) FlushUsedBlocks();
     ++silent_;
-    if (silent_ == kMaxSilentRun && !FlushUnusedBlocks()) return false;
+    if (silent_ == kMaxSilentRun) FlushUnusedBlocks();
   } else {
-    if (silent_ > 0 && !FlushUnusedBlocks()) return false;
+    if (silent_ > 0) FlushUnusedBlocks();
     gsmFrames_Encode(coder_.get(), block, frames_[coded_]);
     ++coded_;
-    if (coded_ == kMaxCodedRun && !FlushUsedBlocks()) return false;
+    if (coded_ == kMaxCodedRun) FlushUsedBlocks();
   }
   info_.numSamples += kBlockSamples;
   info_.uncompressedBytes += kBlockBytes;
-  return true;
 }
 
-bool Encoder::End() {
-  if (coded_ > 0 && !FlushUsedBlocks()) return false;
-  if (silent_ > 0 && !FlushUnusedBlocks()) return false;
-  if (bitIO_WriteFlush(&stream_) != 0) return false;
+void Encoder::End() {
+  if (coded_ > 0) FlushUsedBlocks();
+  if (silent_ > 0) FlushUnusedBlocks();
+  if (bitIO_WriteFlush(&stream_) != 0) failed_ = true;
+  if (failed_) return;
   info_.compressedBytes = stream_.index;
   Store32(stream_.buffer + kWordCountOffset, info_.compressedBytes / 4);
-  return true;
 }
 
-bool Encoder::FlushUnusedBlocks() {
-  if (!Write(kKindSilent, 1) || !Write(silent_ - 1, kSilentRunBits)) return false;
+void Encoder::FlushUnusedBlocks() {
+  Write(kKindSilent, 1);
+  Write(silent_ - 1, kSilentRunBits);
   info_.numBlocks += silent_;
   info_.unusedBlocks += silent_;
   silent_ = 0;
-  return true;
 }
 
-bool Encoder::FlushUsedBlocks() {
-  if (!Write(kKindCoded, 1) || !Write(coded_ - 1, kCodedRunBits)) return false;
+void Encoder::FlushUsedBlocks() {
+  Write(kKindCoded, 1);
+  Write(coded_ - 1, kCodedRunBits);
   for (qz::ulong i = 0; i < coded_; ++i) {
     short parameters[gsmNumParameters];
     gsmFrames_Explode(exploder_.get(), frames_[i], parameters);
-    for (int p = 0; p < gsmNumParameters; ++p) {
-      if (!Write(static_cast<qz::ushort>(parameters[p]), ParameterBits(p))) return false;
-    }
+    for (int p = 0; p < gsmNumParameters; ++p)
+      Write(static_cast<qz::ushort>(parameters[p]), ParameterBits(p));
   }
   info_.numBlocks += coded_;
   info_.usedBlocks += coded_;
   coded_ = 0;
-  return true;
 }
 
 struct Head {
@@ -259,16 +263,18 @@ int gsmCodec_EncodePadded(const short* samples, qz::ulong numGiven, qz::ulong nu
   if (info != nullptr) *info = {};
   if (out != nullptr) *out = nullptr;
   const std::unique_ptr<Encoder> encoder(new (std::nothrow) Encoder);
-  if (!encoder || !encoder->Begin(numSamples, sampleRate)) return GSMCODEC_NOMEMORY;
+  if (!encoder) return GSMCODEC_NOMEMORY;
 
-  for (qz::uint64 done = 0; done < numSamples; done += kBlockSamples) {
+  encoder->Begin(numSamples, sampleRate);
+  for (qz::uint64 done = 0; done < numSamples && !encoder->HasFailed(); done += kBlockSamples) {
     short block[kBlockSamples] = {};
     if (done < numGiven) {
       std::copy_n(samples + done, std::min<qz::uint64>(numGiven - done, kBlockSamples), block);
     }
-    if (!encoder->AddBlock(block)) return GSMCODEC_NOMEMORY;
+    encoder->AddBlock(block);
   }
-  if (!encoder->End()) return GSMCODEC_NOMEMORY;
+  encoder->End();
+  if (encoder->HasFailed()) return GSMCODEC_NOMEMORY;
   if (info != nullptr) *info = encoder->Info();
   if (out != nullptr) *out = encoder->Release();
   return GSMCODEC_OK;
