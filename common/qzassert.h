@@ -15,10 +15,13 @@ AssertHandler SetAssertHandler(AssertHandler handler);
 
 void AssertFailed(const char* text, const char* file, int line);
 
+inline void Assert(bool holds, const char* text, const char* file, int line) {
+  if (!holds) AssertFailed(text, file, line);
+}
+
 }  // namespace qz
 
 // `text` names what had to hold, as the message shows it.
-#define QZ_ASSERT(condition, text) \
-  ((condition) ? static_cast<void>(0) : ::qz::AssertFailed(text, __FILE__, __LINE__))
+#define QZ_ASSERT(condition, text) ::qz::Assert(condition, text, __FILE__, __LINE__)
 
 #endif  // COMMON_QZASSERT_H_

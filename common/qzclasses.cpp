@@ -42,7 +42,7 @@ string::~string() {
 }
 
 string& string::operator=(const string& other) {
-  if (this != &other) assign(other);
+  assign(other);
   return *this;
 }
 
