@@ -90,7 +90,7 @@ class Capture {
     }
     DWORD left = 0;
     if (::PeekNamedPipe(readEnd, nullptr, 0, nullptr, &left, nullptr) == FALSE) return false;
-    while (left != 0 && take != nullptr) {
+    while (left != 0) {
       if (!Read(left < sizeof block ? left : DWORD{sizeof block})) return false;
       if (::GetOverlappedResult(readEnd, &state, &size, TRUE) == FALSE) return false;
       pending = false;

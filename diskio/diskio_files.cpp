@@ -114,7 +114,6 @@ DIOFile::DIOFileInfo::DIOFileInfo(const DIOFileInfo& other)
                                                : nullptr) {}
 
 DIOFile::DIOFileInfo& DIOFile::DIOFileInfo::operator=(const DIOFileInfo& other) {
-  if (this == &other) return *this;
   DIOFileInfo copy(other);
   fullName = std::move(copy.fullName);
   pathName = std::move(copy.pathName);

@@ -5,15 +5,8 @@
 namespace {
 
 DWORD Origin(DIOFile::DIOSeekMode mode) {
-  switch (mode) {
-    case DIOFile::SEEKMODE_CURRENT:
-      return FILE_CURRENT;
-    case DIOFile::SEEKMODE_END:
-      return FILE_END;
-    case DIOFile::SEEKMODE_START:
-      break;
-  }
-  return FILE_BEGIN;
+  if (mode == DIOFile::SEEKMODE_CURRENT) return FILE_CURRENT;
+  return mode == DIOFile::SEEKMODE_END ? FILE_END : FILE_BEGIN;
 }
 
 // Moves by a signed 64-bit distance. An all-ones low half is a legal position, which only the last
@@ -39,20 +32,13 @@ bool Size(HANDLE handle, qz::uint64& size) {
 
 bool _DIOFile::Open(const qz::string& name) {
   const char* const path = name.c_str();
-  DWORD access = GENERIC_READ | GENERIC_WRITE;
+  const DWORD access =
+      state.accessMode == OPENMODE_OPEN ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
   DWORD disposition = OPEN_EXISTING;
-  switch (state.accessMode) {
-    case OPENMODE_OPEN:
-      access = GENERIC_READ;
-      break;
-    case OPENMODE_CREATE:
-      // What stands in the way of this shows when the new file is made.
-      ::DeleteFileA(path);
-      disposition = CREATE_NEW;
-      break;
-    case OPENMODE_MODIFY:
-    case OPENMODE_APPEND:
-      break;
+  if (state.accessMode == OPENMODE_CREATE) {
+    // What stands in the way of this shows when the new file is made.
+    ::DeleteFileA(path);
+    disposition = CREATE_NEW;
   }
   handle = ::CreateFileA(path, access, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return false;
@@ -65,7 +51,6 @@ bool _DIOFile::Open(const qz::string& name) {
 }
 
 bool _DIOFile::Close() {
-  if (handle == INVALID_HANDLE_VALUE) return false;
   const bool resolved = ResolveLabels();
   const bool closed = ::CloseHandle(handle) != FALSE;
   handle = INVALID_HANDLE_VALUE;

@@ -16,8 +16,8 @@ class _DIOFile final : public DIOTypedStream {
 
   // Opens without sharing, as the stream's access mode says. Once per object.
   bool Open(const qz::string& name);
-  // Fills the references that wait and closes the handle. False where either failed or where
-  // nothing was open; the handle is gone in every case.
+  // Fills the references that wait and closes the handle, of a stream that is open. False where
+  // either failed; the handle is gone in every case.
   bool Close();
 
   bool GetFileTime(DIOFileTime& creation, DIOFileTime& access, DIOFileTime& write) override;
