@@ -52,7 +52,7 @@ bool SDAccess::SetupInternalName(qz::string& intName, const qz::string& original
   qz::string extension;
   if (!DIOFile::ChopExtension(oName, extension)) return false;
   if (internalSampleFileName.empty()) {
-    if (!CreateSampleFileName(baseNode, internalSampleFileName)) return false;
+    CreateSampleFileName(baseNode, internalSampleFileName);
     // One level only: the sample folder itself is the host's to make.
     if (!DIOFile::CreateDirectoryA(ExpandSamplePath(internalSampleFileName))) return false;
   }

@@ -156,15 +156,8 @@ SDAccess::SDError SDAccess::LoadNodeFile(const qz::string& name) {
 }
 
 SDAccess::SDError SDAccess::ErrorOfRead(nodefile::ReadResult result) {
-  switch (result) {
-    case nodefile::ReadResult::kOk:
-      return ERROR_OK;
-    case nodefile::ReadResult::kBadFormat:
-      return ERROR_BADFORMAT;
-    case nodefile::ReadResult::kCouldNotRead:
-      break;
-  }
-  return ERROR_COULDNOTREAD;
+  if (result == nodefile::ReadResult::kOk) return ERROR_OK;
+  return result == nodefile::ReadResult::kBadFormat ? ERROR_BADFORMAT : ERROR_COULDNOTREAD;
 }
 
 // In place: what was read before a failure stays.

@@ -132,21 +132,6 @@ FolderContent LookInto(const qz::string& folder) {
 
 }  // namespace
 
-SDDeleteInfoList::SDDeleteInfoList(const SDDeleteInfoList& other) : bookMark(other.bookMark) {
-  for (const SDDeleteInfo& entry : other)
-    push_back(entry);
-  auto place = places.begin();
-  for (const auto& [hash, of] : other.places)
-    (place++)->second.marked = of.marked;
-}
-
-SDDeleteInfoList& SDDeleteInfoList::operator=(SDDeleteInfoList other) noexcept {
-  entries.swap(other.entries);
-  places.swap(other.places);
-  std::swap(bookMark, other.bookMark);
-  return *this;
-}
-
 void SDDeleteInfoList::push_back(const SDDeleteInfo& info) {
   std::list<SDDeleteInfo> entry{info};
   places.insert({info.GetHash(), {entry.begin()}});
@@ -161,8 +146,6 @@ void SDDeleteInfoList::append(SDDeleteInfoList& other) noexcept {
 void SDDeleteInfoList::appendFirst(SDDeleteInfoList& other) noexcept {
   // The first of the list is the first of its hash.
   auto place = other.places.extract(other.places.lower_bound(other.front().GetHash()));
-  if (place.mapped().marked) --other.bookMark;
-  place.mapped().marked = false;
   places.insert(std::move(place));
   entries.splice(entries.end(), other.entries, other.entries.begin());
 }

@@ -179,8 +179,7 @@ class SDDeleteInfoList {
   using const_iterator = std::list<SDDeleteInfo>::const_iterator;
 
   SDDeleteInfoList() = default;
-  SDDeleteInfoList(const SDDeleteInfoList& other);
-  SDDeleteInfoList& operator=(SDDeleteInfoList other) noexcept;
+  SDDeleteInfoList(SDDeleteInfoList&&) = default;  // places stay good where entries move
   ~SDDeleteInfoList() = default;
 
   const_iterator begin() const { return entries.begin(); }
@@ -191,7 +190,8 @@ class SDDeleteInfoList {
 
   // Throws std::bad_alloc; the list is then as it was.
   void push_back(const SDDeleteInfo& info);
-  // Move all entries of `other`, or its first one, to the end. They need no memory.
+  // Move all entries of `other`, which has no bookmark, or its first one, to the end. They need no
+  // memory.
   void append(SDDeleteInfoList& other) noexcept;
   void appendFirst(SDDeleteInfoList& other) noexcept;
   void clear();

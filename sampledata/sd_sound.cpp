@@ -41,18 +41,21 @@ qz::ulong ChannelView::Held() const {
 }
 
 short* ChannelView::InPlace(qz::ulong count) const {
-  const bool lies = is16Bit_ && stride_ == 1 && channel_ == 0 && samples_ != nullptr;
+  const bool lies = is16Bit_ && stride_ == 1 && channel_ == 0;
   return lies && count <= elements_ ? static_cast<short*>(samples_) : nullptr;
+}
+
+ChannelView::Stretch ChannelView::Find(qz::uint64 first, qz::ulong count) const {
+  const qz::uint64 there = Held();
+  if (first >= there) return {0, 0};
+  return {channel_ + first * stride_,
+          static_cast<qz::ulong>(std::min<qz::uint64>(count, there - first))};
 }
 
 template <class Out, class From16, class From8>
 void ChannelView::Take(qz::uint64 first, qz::ulong count, Out* out, From16 from16,
                        From8 from8) const {
-  const qz::uint64 there = Held();
-  const qz::uint64 left = first < there ? there - first : 0;
-  const auto have = static_cast<qz::ulong>(std::min<qz::uint64>(count, left));
-
-  const qz::uint64 start = have == 0 ? 0 : channel_ + first * stride_;
+  const auto [start, have] = Find(first, count);
   if (is16Bit_) {
     const short* from = static_cast<const short*>(samples_) + start;
     for (qz::ulong i = 0; i < have; ++i)

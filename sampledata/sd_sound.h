@@ -54,6 +54,12 @@ class ChannelView {
   void TakeRepeated(qz::uint64 first, qz::ulong count, short* out) const;
 
  private:
+  struct Stretch {
+    qz::uint64 start;  // an element of the record
+    qz::ulong have;    // samples
+  };
+  // Of `count` samples from sample `first` on those that the record's bytes hold.
+  Stretch Find(qz::uint64 first, qz::ulong count) const;
   template <class Out, class From16, class From8>
   void Take(qz::uint64 first, qz::ulong count, Out* out, From16 from16, From8 from8) const;
 
