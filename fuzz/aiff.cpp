@@ -5,7 +5,7 @@
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const fuzz::Faults faults(input.TakeByte());
-  fuzz::Sound sound;
+  audiotest::Sound sound;
   fuzz::ReadSound({aiff_IsValid, aiff_ReadWave}, input.Bytes(), sound);
   return 0;
 }

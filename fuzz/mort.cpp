@@ -7,7 +7,7 @@
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const fuzz::Faults faults(input.TakeByte());
-  fuzz::Sound sound;
+  audiotest::Sound sound;
   if (!fuzz::ReadSound({mort_IsValid, mort_ReadWave}, input.Bytes(), sound)) return 0;
   _AUDIO* const plain = mort_Decode(&sound);
   if (plain == nullptr) return 0;

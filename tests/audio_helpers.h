@@ -1,4 +1,4 @@
-// What the audio tests share: files made of bytes, and records that free themselves.
+// What tests of sound files share: files made of bytes, and records that free themselves.
 #ifndef TESTS_AUDIO_HELPERS_H_
 #define TESTS_AUDIO_HELPERS_H_
 
@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <vector>
 
@@ -72,6 +73,37 @@ inline Bytes BeChunk(const std::string& name, const Bytes& data) {
   return Text(name) + Be(data.size(), 4) + data + Bytes(data.size() % 2, 0xEE);
 }
 
+inline Bytes RiffFile(const Bytes& chunks) {
+  return Text("RIFF") + Le(chunks.size() + 4, 4) + Text("WAVE") + chunks;
+}
+
+// The parts of an AIFF file. Its markers count by their order, not by their numbers.
+inline Bytes AiffFile(const Bytes& chunks) {
+  return Text("FORM") + Be(chunks.size() + 4, 4) + Text("AIFF") + chunks;
+}
+inline Bytes AiffCommon(qz::ushort channels, qz::ulong frames, qz::ushort bits, double rate) {
+  Bytes extended(10);
+  audioConvertToIeeeExtended(rate, extended.data());
+  return BeChunk("COMM", Be(channels, 2) + Be(frames, 4) + Be(bits, 2) + extended);
+}
+inline Bytes AiffMarks(const std::vector<std::pair<qz::ulong, std::string>>& marks,
+                       std::size_t count) {
+  Bytes list = Be(count, 2);
+  for (const auto& [position, name] : marks) {
+    list = list + Be(77, 2) + Be(position, 4) + Be(name.size(), 1) + Text(name) +
+           Bytes((name.size() + 1) % 2);
+  }
+  return BeChunk("MARK", list);
+}
+// `sustainEnd` and `releaseEnd` are 0 where there is no such loop.
+inline Bytes AiffInst(unsigned char key, qz::ushort sustainEnd, qz::ushort releaseEnd) {
+  return BeChunk("INST", Bytes{key} + Bytes(8, 1) + Bytes(2) + Be(1, 1) + Be(sustainEnd, 2) +
+                             Bytes(4) + Be(releaseEnd, 2));
+}
+inline Bytes AiffSamples(const Bytes& samples) {
+  return BeChunk("SSND", Bytes(8) + samples);
+}
+
 struct TempFolder : platform_test::TempFolder {
   TempFolder() : platform_test::TempFolder(platform_test::FastPlace()) {}
 
@@ -109,13 +141,11 @@ struct Sound : _AUDIO {
 };
 
 // Everything but the samples, for comparisons and messages.
-inline std::vector<qz::int64> Numbers(const _AUDIO& a) {
+using Numbers = std::array<qz::int64, 12>;
+inline Numbers NumbersOf(const _AUDIO& a) {
   return {a.Reserved,      a.LengthInBytes, a.SampleRate,  a.NumSamples,
           a.BitsPerSample, a.NumChannels,   a.OriginalKey, a.UsesCompression,
           a.LoopStart,     a.LoopEnd,       a.LoopType,    a.LoopCount};
-}
-inline std::vector<qz::int64> KeyAndLoop(const _AUDIO& a) {
-  return {a.OriginalKey, a.LoopStart, a.LoopEnd, a.LoopType, a.LoopCount};
 }
 
 }  // namespace audiotest

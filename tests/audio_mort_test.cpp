@@ -45,13 +45,13 @@ class AudioMort : public testing::Test {
 TEST_F(AudioMort, HeadFillsTheRecordAndTheStreamStaysAsItIs) {
   for (const int codec : {0, 1, 2}) {
     const Bytes file = Head(1, static_cast<qz::ulong>(codec), 16, 1) + Bytes{9, 8, 7};
-    const std::vector<qz::int64> numbers = {
+    const Numbers numbers = {
         0, 3, 32000, 1234, 16, 1, -2, (codec + 1) % 3, AUDIO_NOLOOP, AUDIO_NOLOOP, 0, 0};
     ASSERT_EQ(Read(file), AUDIO_OK) << AudioErrorMsg;
-    EXPECT_EQ(Numbers(sound), numbers);
+    EXPECT_EQ(NumbersOf(sound), numbers);
     EXPECT_EQ(sound.Raw(), (Bytes{9, 8, 7}));
     ASSERT_EQ(Read(file, true), AUDIO_OK);
-    EXPECT_EQ(Numbers(sound), numbers);
+    EXPECT_EQ(NumbersOf(sound), numbers);
     EXPECT_EQ(sound.Samples, nullptr);
     EXPECT_EQ(mort_Decode(&sound), nullptr);  // plain, or nothing there to decode
   }

@@ -95,27 +95,11 @@ TEST_F(AudioSndfile, AgreesOnNumbersKeyAndLoopOfAWrittenWav) {
   EXPECT_EQ(sound.Raw(), source.Raw());
 }
 
+// Its markers are positions, and the sample in front of the second ends our loop.
 TEST_F(AudioSndfile, AgreesOnAnAiff) {
-  Sound source(Noise(3000), 16, 3, 48000);
-  ASSERT_EQ(audio_WriteWave(folder.Path("w.wav").c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_OK);
-  Run("sndfile-convert -pcm16 w.wav c.aiff");
-  Sound sound;
-  ASSERT_EQ(audio_ReadWave(folder.Path("c.aiff").c_str(), &sound, false), AUDIO_OK);
-  EXPECT_EQ(sound.Raw(), source.Raw());
-  EXPECT_EQ((std::vector<qz::int64>{sound.SampleRate, sound.NumSamples, sound.NumChannels}),
-            Report("c.aiff", {"Sample Rate : (\\d+)", "Frames +: (\\d+)", "Channels +: (\\d+)"}));
-
-  // Its markers are positions, and the sample in front of the second ends our loop.
-  const Bytes rate = Be(0x400E, 2) + Be(0xAC44, 2) + Bytes(6, 0);
-  const Bytes inst = Be(72, 1) + Bytes(1, 0) + Be(0x007F017F, 4) + Be(0, 2) + Be(1, 2) + Be(1, 2) +
-                     Be(2, 2) + Bytes(6, 0);
-  const Bytes marks =
-      Be(2, 2) + Be(1, 2) + Be(100, 4) + Be(0, 2) + Be(2, 2) + Be(500, 4) + Be(0, 2);
-  const Bytes body = BeChunk("COMM", Be(1, 2) + Be(600, 4) + Be(16, 2) + rate) +
-                     BeChunk("MARK", marks) + BeChunk("INST", inst) +
-                     BeChunk("SSND", Bytes(8, 0) + Noise(1200));
-  const std::string path =
-      folder.Write("m.aiff", Text("FORM") + Be(body.size() + 4, 4) + Text("AIFF") + body);
+  const Bytes file = AiffFile(AiffCommon(1, 600, 16, 44100) + AiffMarks({{100, ""}, {500, ""}}, 2) +
+                              AiffInst(72, 2, 0) + AiffSamples(Noise(1200)));
+  const std::string path = folder.Write("m.aiff", file);
   Sound looped;
   ASSERT_EQ(audio_ReadWave(path.c_str(), &looped, false), AUDIO_OK);
   EXPECT_EQ((std::vector<qz::int64>{looped.SampleRate, looped.NumSamples, looped.OriginalKey,

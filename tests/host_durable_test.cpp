@@ -3,8 +3,6 @@
 #include <cerrno>
 
 #include "host/failure.h"
-#include "host/library.h"
-#include "host/paths.h"
 #include "host/session.h"
 #include "tests/host_support.h"
 
@@ -53,11 +51,10 @@ using samplehost::Session;
 class Durable : public HostTest {
  protected:
   std::unique_ptr<Session> OpenSession() {
-    return std::make_unique<Session>(samplehost::SampleLibrary::DefaultPath(),
-                                     samplehost::FullPath(folder / "game.db"));
+    return std::make_unique<Session>(SAMPLEDATA_SO, folder.Path("game.db"));
   }
   void Bring(Session& session, const std::string& node) {
-    const std::string sound = samplehost::FullPath(folder / "kick.wav");
+    const std::string sound = folder.Path("kick.wav");
     ASSERT_EQ(session.AddNode(node).sample().ImportSample(sound.c_str(), 2, "High"),
               SDAccessInterface::ERROR_OK);
   }

@@ -1,12 +1,10 @@
 // The worked examples of docs/formats: what the library makes of them and what they make of it.
-#include <cstring>
 #include <sstream>
 
+#include "adpcm/adpcm.h"
 #include "audio/MORT_codecs.h"
-#include "audio/audio.h"
 #include "audio/gsm_codec.h"
 #include "host/dump.h"
-#include "host/paths.h"
 #include "tests/format_page.h"
 #include "tests/host_support.h"
 
@@ -15,12 +13,9 @@ namespace {
 using namespace host_test;
 using format_page::Examples;
 
-using Values = std::vector<qz::int64>;
-
-Values Numbers(const _AUDIO& a) {
-  return {a.NumSamples, a.SampleRate, a.OriginalKey, a.LoopStart,
-          a.LoopEnd,    a.LoopType,   a.LoopCount};
-}
+using audiotest::Numbers;
+using audiotest::NumbersOf;
+using audiotest::Sound;
 
 class FormatPages : public HostTest {
  protected:
@@ -44,60 +39,63 @@ TEST_F(FormatPages, ImportingTheWavExampleGivesTheEncodedExample) {
   EXPECT_EQ(encoded, Examples("esmp.md").at(0));
 }
 
+// The numbers of a page's "decoded" block.
+std::vector<short> Decoded(const std::string& page) {
+  std::istringstream text(format_page::Blocks(page, "decoded").at(0));
+  std::vector<short> samples;
+  for (std::string word; text >> word;) {
+    if (word.find_first_not_of("-0123456789") == std::string::npos) {
+      samples.push_back(static_cast<short>(std::stoi(word)));
+    }
+  }
+  return samples;
+}
+
 TEST_F(FormatPages, EncodedExampleHoldsTheFrameExample) {
-  EXPECT_EQ(Examples("esmp.md").at(0).substr(0x34, 8), Examples("adpcm-frame.md").at(0));
+  std::string frame = Examples("adpcm-frame.md").at(0);
+  EXPECT_EQ(Examples("esmp.md").at(0).substr(0x34, 8), frame);
   const std::string text = Dump(Examples("esmp.md").at(0));
   ExpectParts(text, {"00000008        4  frq                32000  Hz",
                      "00000028        4  channel 0          44",
                      "00000034        8  frame 0            row 0, exponent 8, 05 11 11 F1",
                      "00000044        4  coefTable 0        3346 -1510"});
+  // Coefficients, history, and the samples that come of them.
+  const std::vector<short> told = Decoded("adpcm-frame.md");
+  short table[16] = {told.at(0), told.at(1)};
+  short samples[16] = {told.at(2), told.at(3)};
+  adpcmDecodeFrame(reinterpret_cast<qz::uchar*>(frame.data()), samples, table, 1);
+  EXPECT_EQ(std::vector<short>(samples, samples + 16),
+            std::vector<short>(told.begin() + 2, told.end()));
 }
 
 TEST_F(FormatPages, WavExampleIsReadAsToldAndWrittenAsItStands) {
   const std::string example = Examples("wav.md").at(0);
   folder.Put("in.wav", example);
-  _AUDIO audio;
-  ASSERT_EQ(audio_ReadWave(samplehost::FullPath(folder / "in.wav").c_str(), &audio, false), 0);
-  EXPECT_EQ(Numbers(audio), (Values{20, 32000, 62, 4, 19, 1, -1}));
-  EXPECT_EQ(
-      audio_WriteWave(samplehost::FullPath(folder / "out.wav").c_str(), &audio, AUDIO_FORMAT_WAV),
-      0);
-  audio_FreeWave(&audio);
+  Sound sound;
+  ASSERT_EQ(audio_ReadWave(folder.Path("in.wav").c_str(), &sound, false), AUDIO_OK);
+  EXPECT_EQ(NumbersOf(sound), (Numbers{0, 40, 32000, 20, 16, 1, 62, 0, 4, 19, 1, -1}));
+  EXPECT_EQ(audio_WriteWave(folder.Path("out.wav").c_str(), &sound, AUDIO_FORMAT_WAV), AUDIO_OK);
   EXPECT_EQ(BytesOf(folder / "out.wav"), example);
   EXPECT_THAT(Dump(example), HasSubstr("loop 0 end         19"));
 }
 
-// The numbers of a page's "decoded" block.
-std::vector<short> Decoded(const std::string& page) {
-  std::istringstream text(format_page::Blocks(page, "decoded").at(0));
-  std::vector<short> samples;
-  for (short sample = 0; text >> sample;)
-    samples.push_back(sample);
-  return samples;
-}
-
-std::string Taken(void* block, std::size_t size) {
-  const std::string bytes(static_cast<char*>(block), size);
-  std::free(block);
-  return bytes;
-}
-std::vector<short> TakenSamples(void* block, std::size_t count) {
-  std::vector<short> samples(count);
-  std::memcpy(samples.data(), Taken(block, count * 2).data(), count * 2);
-  return samples;
-}
-
 TEST_F(FormatPages, AiffExampleIsReadAsTold) {
   folder.Put("in.aiff", Examples("aiff.md").at(0));
-  _AUDIO audio;
-  ASSERT_EQ(audio_ReadWave(samplehost::FullPath(folder / "in.aiff").c_str(), &audio, false), 0);
-  EXPECT_EQ(Numbers(audio), (Values{12, 44100, 72, 4, 11, 1, -1}));
-  EXPECT_EQ(static_cast<short*>(audio.Samples)[9], -3000);
-  audio_FreeWave(&audio);
+  Sound sound;
+  ASSERT_EQ(audio_ReadWave(folder.Path("in.aiff").c_str(), &sound, false), AUDIO_OK);
+  EXPECT_EQ(NumbersOf(sound), (Numbers{0, 24, 44100, 12, 16, 1, 72, 0, 4, 11, 1, -1}));
+  EXPECT_EQ(static_cast<short*>(sound.Samples)[9], -3000);
   const std::string text = Dump(Examples("aiff.md").at(0));
   ExpectParts(
       text, {"rate               44100 Hz", "marker 1 at        12", "marker 0 name      \"begin\"",
              "sustain end marker 2", "00000072       24  samples"});
+}
+
+// A block of the codecs, which goes.
+std::string Taken(void* block, std::size_t size) {
+  const std::string bytes(static_cast<char*>(block), size);
+  std::free(block);
+  return bytes;
 }
 
 TEST_F(FormatPages, GsmExampleIsWhatTheCodecMakes) {
@@ -112,12 +110,10 @@ TEST_F(FormatPages, GsmExampleIsWhatTheCodecMakes) {
   ASSERT_EQ(gsmCodec_Decode(example.data(), static_cast<qz::ulong>(example.size()), &block, &info),
             GSMCODEC_OK);
   EXPECT_EQ(info.sampleRate, 22050u);
-  std::vector<short> decoded = TakenSamples(block, info.numSamples);
+  EXPECT_EQ(info.numSamples, 480u);
   std::vector<short> told = Decoded("gsm-stream.md");
   told.insert(told.begin(), 320, 0);
-  EXPECT_EQ(decoded.size(), 480u);
-  decoded.resize(told.size());
-  EXPECT_EQ(decoded, told);
+  EXPECT_EQ(Taken(block, 960).substr(0, told.size() * 2), AsText(audiotest::Samples(told)));
 }
 
 TEST_F(FormatPages, GbExampleIsWhatTheCodecMakes) {
@@ -127,21 +123,18 @@ TEST_F(FormatPages, GbExampleIsWhatTheCodecMakes) {
     samples[128 + i] = 12000;
     samples[160 + i] = -12000;
   }
-  _AUDIO audio{};
-  audio.Samples = samples.data();
-  audio.NumSamples = 192;
-  audio.LengthInBytes = 384;
+  Sound sound(audiotest::Samples(samples), 16, 1, 16000);
   const std::string example = Examples("gb-stream.md").at(0);
   void* block = nullptr;
   qz::ulong size = 0;
-  ASSERT_TRUE(mort_EncodeGB(&audio, &block, &size));
+  ASSERT_TRUE(mort_EncodeGB(&sound, &block, &size));
   EXPECT_EQ(Taken(block, size), example);
   ASSERT_EQ(gbCodec_Decode(example.data(), static_cast<qz::slong>(example.size()), &block, &size),
             0);
   std::vector<short> told = Decoded("gb-stream.md");
   told.resize(96, 2048);
   told.resize(128, 10240);
-  EXPECT_EQ(TakenSamples(block, size), told);
+  EXPECT_EQ(Taken(block, size * 2), AsText(audiotest::Samples(told)));
 }
 
 TEST_F(FormatPages, MortExampleIsTheHeadOfTheGbExample) {

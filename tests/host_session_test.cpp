@@ -2,11 +2,7 @@
 // loaded, a second opener, a disk that is full.
 #include <sqlite3.h>
 
-#include <algorithm>
-#include <functional>
-
 #include "host/failure.h"
-#include "host/paths.h"
 #include "host/session.h"
 #include "tests/host_support.h"
 
@@ -46,9 +42,8 @@ std::string Sql(const std::string& database, const std::string& statement,
 }
 
 std::string PayloadOf(const std::string& database, const std::string& node) {
-  return Sql(
-      database,
-      "SELECT data FROM payload JOIN node ON node.id = payload.node WHERE name = '" + node + "'");
+  return Sql(database,
+             "SELECT data FROM payload JOIN node ON node.id = node WHERE name = '" + node + "'");
 }
 
 void SetPayload(const std::string& database, const std::string& node, const std::string& payload) {
@@ -67,55 +62,46 @@ class SessionTest : public HostTest {
   }
 
   std::unique_ptr<Session> Open() {
-    return std::make_unique<Session>(SAMPLEDATA_SO, samplehost::FullPath(folder / "game.db"));
+    return std::make_unique<Session>(SAMPLEDATA_SO, folder.Path("game.db"));
   }
-
-  std::string RawFile(const std::string& node) { return Info(node)["classes"][0]["raw_file"]; }
 
   void ChangeFormat(Session& session, const std::string& node) {
     ASSERT_EQ(session.RequireHealthy(node).sample().ChangeSampleFormat("High", 2),
               SDAccessInterface::ERROR_OK);
   }
+
+  // A session with changes whose save fails behind the setup's own: for a file that is missing
+  // then, or else because the database refuses.
+  std::unique_ptr<Session> FailToSave(const std::string& missing) {
+    auto session = Open();
+    ChangeFormat(*session, "kick");
+    session->AddClass("Mid", 50);
+    sqlite3* const handle = SessionTestAccess::Handle(*session);
+    if (missing.empty())
+      sqlite3_commit_hook(
+          handle, [](void*) { return 1; }, nullptr);
+    if (!missing.empty()) std::filesystem::rename(missing, missing + "x");
+    EXPECT_THROW(session->Save(), Failure);
+    if (!missing.empty()) std::filesystem::rename(missing + "x", missing);
+    return session;
+  }
 };
 
-// A save that fails behind the setup's own: nothing that the database names may go at the close.
+// Nothing that the database names may go at the close.
 TEST_F(SessionTest, AFailedSaveLosesNoFileOfTheSavedDatabase) {
   const std::string saved = BytesOf(folder / "game.db");
-  const std::string otherRaw = RawFile("other");
-  const std::vector<std::function<void(Session&)>> failures = {
-      [&](Session&) { std::filesystem::rename(otherRaw, otherRaw + "x"); },
-      [](Session& session) {
-        sqlite3_commit_hook(
-            SessionTestAccess::Handle(session), [](void*) { return 1; }, nullptr);
-      }};
-  for (const auto& makeSaveFail : failures) {
-    {
-      const auto session = Open();
-      ChangeFormat(*session, "kick");
-      session->AddClass("Mid", 50);
-      makeSaveFail(*session);
-      EXPECT_THROW(session->Save(), Failure);
-    }
-    if (std::filesystem::exists(otherRaw + "x")) std::filesystem::rename(otherRaw + "x", otherRaw);
+  for (const std::string& missing : {RawFile("other"), std::string()}) {
+    FailToSave(missing);
     EXPECT_EQ(BytesOf(folder / "game.db"), saved);
-    const Json info = Info("kick");
-    EXPECT_EQ(info["classes"][0]["format"], "PCM16");
-    EXPECT_EQ(BytesOf(info["classes"][0]["raw_file"]), Wav({}));
-    EXPECT_EQ(info["classes"][0]["snr"][0]["exact"], true);
+    const Json sample = Info("kick")["classes"][0];
+    EXPECT_EQ(sample["format"], "PCM16");
+    EXPECT_EQ(BytesOf(sample["raw_file"]), Wav({}));
+    EXPECT_EQ(sample["snr"][0]["exact"], true);
   }
 }
 
 TEST_F(SessionTest, AWholeSaveBehindAFailedOneSavesAllAndTidiesUp) {
-  const std::string otherRaw = RawFile("other");
-  {
-    const auto session = Open();
-    ChangeFormat(*session, "kick");
-    session->AddClass("Mid", 50);
-    std::filesystem::rename(otherRaw, otherRaw + "x");
-    EXPECT_THROW(session->Save(), Failure);
-    std::filesystem::rename(otherRaw + "x", otherRaw);
-    session->Save();
-  }
+  FailToSave(RawFile("other"))->Save();
   EXPECT_EQ(Info("kick")["classes"][0]["format"], "ADPCM");
   EXPECT_EQ(FilesIn(folder / "samples").size(), 4u);
   Run(0, "class game.db remove Mid");
@@ -126,10 +112,9 @@ TEST_F(SessionTest, WhatIsNotSavedGoesWithTheFilesItMade) {
   {
     const auto session = Open();
     ChangeFormat(*session, "kick");
-    samplehost::Node& node = session->AddNode("new");
-    ASSERT_EQ(
-        node.sample().ImportSample(samplehost::FullPath(folder / "kick.wav").c_str(), 5, "High"),
-        SDAccessInterface::ERROR_OK);
+    const std::string sound = folder.Path("kick.wav");
+    ASSERT_EQ(session->AddNode("new").sample().ImportSample(sound.c_str(), 5, "High"),
+              SDAccessInterface::ERROR_OK);
     session->root().DeleteNode(&session->Require("other"));
     EXPECT_EQ(session->root().undo().size(), 3u);
     EXPECT_GT(FilesIn(folder.path).size(), before.size());
@@ -183,7 +168,7 @@ TEST_F(SessionTest, ADamagedNodeKeepsItsPayloadByteForByte) {
 // The object of a half-read node knows some of its files; none may go with it.
 TEST_F(SessionTest, ADamagedNodeLosesNoFile) {
   Run(0, "import game.db other.wav --class Low --format PCM8 --node kick");
-  const std::string low = Info("kick")["classes"][1]["raw_file"];
+  const std::string low = RawFile("kick", 1);
   const std::string high = RawFile("kick");
   std::filesystem::rename(low, low + "x");
   List(1);
@@ -232,9 +217,8 @@ TEST_F(SessionTest, AFullDiskLeavesNoHalfSample) {
   const auto run = [&](const std::string& line) {
     return RunHost(folder, samplehost::SplitLine(line), 150000);
   };
-  const RunResult import = run("import game.db eight.wav --class High --format PCM16");
-  EXPECT_EQ(import.code, 1);
-  EXPECT_THAT(import.err, HasSubstr("Make room"));
+  EXPECT_THAT(run("import game.db eight.wav --class High --format PCM16").err,
+              HasSubstr("Make room"));
   EXPECT_EQ(FilesIn(folder / "samples"), before);
   Import("eight.wav", "ADPCM");
   EXPECT_EQ(run("format game.db eight High PCM16").code, 1);

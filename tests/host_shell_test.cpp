@@ -22,18 +22,7 @@ class Shell : public HostTest {
     std::filesystem::create_directories(folder / "out");
   }
 
-  RunResult Script(int code, const std::string& lines, const std::string& option = {}) {
-    folder.Put("script.txt", lines);
-    return Run(code, "open game.db --script script.txt " + option);
-  }
-
-  std::string Raw(const std::string& node, const std::string& qualityClass) {
-    const Json info = Info(node);
-    for (const Json& sample : info["classes"]) {
-      if (sample["class"] == qualityClass) return BytesOf(sample["raw_file"]);
-    }
-    return {};
-  }
+  std::string Raw(const std::string& node, std::size_t n = 0) { return BytesOf(RawFile(node, n)); }
 
   // Nothing but what the database names is left on the disk.
   void ExpectTidy() {
@@ -84,9 +73,9 @@ TEST_F(Shell, AScriptDoesADaysWork) {
                                   "save\n"
                                   "quit\n");
   ExpectParts(second.out, {"kick  High   unchanged", "kick  High   changed", "all is saved"});
-  EXPECT_EQ(Raw("kick", "High"), Wav({}));
-  EXPECT_EQ(Raw("kick", "Low"), Wav({}));
-  EXPECT_EQ(Raw("big kick", "High"), Wav({}));
+  EXPECT_EQ(Raw("kick"), Wav({}));
+  EXPECT_EQ(Raw("kick", 1), Wav({}));
+  EXPECT_EQ(Raw("big kick"), Wav({}));
   EXPECT_EQ(List()["nodes"].size(), 3u);
   ExpectTidy();
 }
@@ -99,7 +88,7 @@ TEST_F(Shell, StopsAtTheFailingLineAndDropsWhatWasNotSaved) {
   ExpectParts(result.err, {"script.txt:5: ", "not saved"});
   EXPECT_EQ(List()["nodes"].size(), 1u);
   ExpectTidy();
-  result = Script(1, lines + "frobnicate\nunlock 'kick\nsave\n", "--keep-going");
+  result = Script(1, lines + "frobnicate\nunlock 'kick\nsave\n", "game.db", "--keep-going");
   ExpectParts(result.err, {":5: ", ":7: ", ":8: "});
   EXPECT_EQ(List()["nodes"].size(), 3u);
   // An end with unsaved changes is a failure unless they are dropped by word.
@@ -129,7 +118,7 @@ TEST_F(Shell, UndoGoesBackThroughEverything) {
                                   "undo\n");
   EXPECT_THAT(result.err, HasSubstr("script.txt:17: There is nothing to undo"));
   EXPECT_THAT(result.out, HasSubstr("Low    10     0\nHigh   100    2\n"));
-  EXPECT_EQ(Raw("kick", "High"), Wav({}));
+  EXPECT_EQ(Raw("kick"), Wav({}));
   ExpectTidy();
   EXPECT_EQ(FilesIn(folder / "samples").size(), files.size());
 }
@@ -178,14 +167,14 @@ TEST_F(Shell, NodeFilesCarryNodesWithinAndBetweenDatabases) {
   ExpectTidy();
   folder.Put("far/kick.wav", Wav({}));
   Run(0, "new far/away.db --class Other=1");
-  folder.Put("script.txt",
-             "load-setup classes.node\n"
-             "load-node thump kick.node --from game.db\n"
-             "save\n"
-             "format thump High PCM16\n"
-             "save\n");
-  Run(0, "open far/away.db --script script.txt");
-  EXPECT_EQ(Raw("kick", "High"), Wav({}));
+  Script(0,
+         "load-setup classes.node\n"
+         "load-node thump kick.node --from game.db\n"
+         "save\n"
+         "format thump High PCM16\n"
+         "save\n",
+         "far/away.db");
+  EXPECT_EQ(Raw("kick"), Wav({}));
   ExpectTidy();
   EXPECT_EQ(Told(0, "list far/away.db")["nodes"][0]["classes"][0]["format"], "PCM16");
   EXPECT_THAT(Run(0, "class far/away.db list").out, HasSubstr("High   100    1"));
@@ -202,8 +191,7 @@ TEST_F(Shell, NodeFilesCarryNodesWithinAndBetweenDatabases) {
 
 TEST_F(Shell, ASetupFileKeepsTheClassesThatAreInUse) {
   Run(0, "new other.db --class high=100 --class Mid=50 --folder two");
-  folder.Put("script.txt", "save-setup classes.node\n");
-  Run(0, "open other.db --script script.txt");
+  Script(0, "save-setup classes.node\n", "other.db");
   const RunResult result = Script(0,
                                   "import kick.wav --class High --format PCM16\n"
                                   "load-setup classes.node\n"

@@ -9,30 +9,11 @@ namespace {
 
 using namespace host_test;
 
-std::string Big(std::uint32_t value, int bytes) {
-  std::string text = Little(value, bytes);
-  return {text.rbegin(), text.rend()};
-}
-
-std::string BigChunk(const std::string& name, const std::string& data) {
-  return name + Big(static_cast<std::uint32_t>(data.size()), 4) + data +
-         std::string(data.size() & 1, '\0');
-}
-
 // 16 bits, mono; the key 72 and a loop of the samples 100 to 499.
-std::string Aiff(unsigned length, const std::string& rate = "\x40\x0E\xAC\x44",
-                 unsigned bits = 16) {
-  std::string samples;
-  for (unsigned i = 0; i < length; ++i)
-    samples += Big(i * 37 % 9000, 2);
-  const std::string chunks =
-      BigChunk("COMM", Big(1, 2) + Big(length, 4) + Big(bits, 2) + rate + std::string(6, '\0')) +
-      BigChunk("MARK", Big(2, 2) + Big(1, 2) + Big(100, 4) + Big(0, 2) + Big(2, 2) + Big(500, 4) +
-                           Big(0, 2)) +
-      BigChunk("INST", std::string("\x48", 1) + std::string(7, '\0') + Big(1, 2) + Big(1, 2) +
-                           Big(2, 2) + std::string(6, '\0')) +
-      BigChunk("SSND", std::string(8, '\0') + samples);
-  return "FORM" + Big(static_cast<std::uint32_t>(chunks.size() + 4), 4) + "AIFF" + chunks;
+std::string Aiff(qz::ulong length, double rate = 44100, qz::ushort bits = 16) {
+  using namespace audiotest;
+  return AsText(AiffFile(AiffCommon(1, length, bits, rate) + AiffMarks({{100, ""}, {500, ""}}, 2) +
+                         AiffInst(72, 2, 0) + AiffSamples(Noise(length * 2))));
 }
 
 class SoundFiles : public HostTest {
@@ -104,8 +85,8 @@ TEST_F(SoundFiles, MayPromiseWhatTheirStreamCanHaveHeld) {
 
 TEST_F(SoundFiles, ConvertKeepsWhatTheTargetCanHold) {
   folder.Put("loop.aiff", Aiff(600));
-  const std::string wav = Convert("loop.aiff", "loop.wav");
-  EXPECT_EQ(ChunkOf(wav, "data").substr(2, 2), Little(37, 2));
+  const std::string data = ChunkOf(Convert("loop.aiff", "loop.wav"), "data");
+  EXPECT_EQ((std::string{data[1], data[0]}), AsText(audiotest::Noise(2)));
   EXPECT_EQ(Tell("loop.wav")["loop"],
             (Json{{"start", 100}, {"end", 499}, {"count", nullptr}, {"from", "smpl"}}));
   const RunResult result = Run(0, "convert loop.wav loop.mort");
@@ -129,7 +110,7 @@ TEST_F(SoundFiles, ConvertRefusesAndLeavesNothingBehind) {
   folder.Put("stereo.wav", Wav({.channels = 2}));
   folder.Put("small.wav", Wav({.bits = 8}));
   folder.Put("cut.wav", Wav({}).substr(0, 900));
-  folder.Put("fast.aiff", Aiff(600, std::string("\x40\x0F\xBB\x80", 4)));
+  folder.Put("fast.aiff", Aiff(600, 96000));
   std::string fast = Wav({});
   folder.Put("fast.wav", fast.replace(24, 4, Little(96000, 4)));
   const std::set<std::string> before = FilesIn(folder.path);
@@ -200,7 +181,7 @@ TEST_F(SoundFiles, InfoSaysWhatIsWrongAndWhatHelps) {
   extensible.replace(16, 6, Little(40, 4) + Little(0xFFFE, 2)).insert(36, std::string(24, '\0'));
   expectHelp(extensible, "Unsupported compression scheme (65534)!", "extensible kind. Convert");
   expectHelp(std::string(plain).replace(20, 2, Little(3, 2)), "scheme (3)", "no plain PCM");
-  expectHelp(Aiff(600, "\x40\x0E\xAC\x44", 24), "(24)", "OUT.aiff");
+  expectHelp(Aiff(600, 44100, 24), "(24)", "OUT.aiff");
   expectHelp(Aiff(600).replace(8, 4, "AIFC"), "unknown type", "compressed AIFF");
   expectHelp(std::string(plain).replace(0, 4, "RF64"), "unknown type", "WAV of another kind");
   expectHelp(std::string("MORT\0\0\2\0", 8), "unknown type", "MORT of version 2");
@@ -221,23 +202,6 @@ TEST_F(SoundFiles, InfoEndsOnHostileFiles) {
   EXPECT_LT(told["chunks"].size(), 300u);
   EXPECT_GT(told["more_chunks"], 19000);
   EXPECT_EQ(Run(0, "info many.wav").out.find('\x1B'), std::string::npos);
-
-  folder.Put("a.wav", Wav({}));
-  const std::string sounds[] = {Wav({}), Aiff(50), Convert("a.wav", "a.mort"),
-                                Convert("a.wav", "b.mort", {"--codec", "gb"})};
-  std::uint32_t state = 99;
-  for (int round = 0; round < 120; ++round) {
-    std::string bytes = sounds[round % 4];
-    for (int n = 0; n < 3; ++n) {
-      state = state * 1664525u + 1013904223u;
-      bytes[(state >> 8) % std::min<std::size_t>(bytes.size(), 80)] = static_cast<char>(state >> 5);
-    }
-    if (round % 3 == 0) bytes.resize((state >> 9) % bytes.size());
-    folder.Put("bad", bytes);
-    const RunResult result = RunHost(folder, {"info", "bad", "--json"});
-    EXPECT_LE(result.code, 1) << round << result.err;
-    EXPECT_FALSE(Json::parse(result.out, nullptr, false).is_discarded()) << round;
-  }
 }
 
 }  // namespace

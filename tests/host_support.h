@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "host/shell.h"
-#include "tests/platform_folder.h"
+#include "tests/audio_helpers.h"
 
 namespace host_test {
 
@@ -33,6 +33,11 @@ struct Folder : platform_test::TempFolder {
 inline std::string BytesOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The encoded file beside a raw one.
+inline std::string EncodedOf(const std::string& raw) {
+  return std::filesystem::path(raw).replace_extension("esmp");
 }
 
 inline void ExpectParts(const std::string& text, std::initializer_list<const char*> parts) {
@@ -50,27 +55,23 @@ inline std::set<std::string> FilesIn(const std::string& folder) {
   return files;
 }
 
+inline std::string AsText(const audiotest::Bytes& bytes) {
+  return {bytes.begin(), bytes.end()};
+}
+
 inline std::string Little(std::uint32_t value, int bytes) {
-  std::string text;
-  for (int i = 0; i < bytes; ++i)
-    text.push_back(static_cast<char>(value >> (8 * i)));
-  return text;
+  return AsText(audiotest::Le(value, bytes));
 }
 
 struct WavOptions {
   unsigned channels = 1;
   unsigned length = 1000;  // samples per channel
   unsigned bits = 16;
-  std::int64_t loopStart = -1;  // -1: no loop
-  std::int64_t loopEnd = -1;    // inclusive
+  std::uint32_t loopStart = 0;
+  std::uint32_t loopEnd = 0;  // inclusive; 0: no loop
   unsigned key = 60;
   std::uint32_t promised = 0;  // size that the data chunk claims; 0: the true one
 };
-
-inline std::string Chunk(const std::string& name, const std::string& data) {
-  return name + Little(static_cast<std::uint32_t>(data.size()), 4) + data +
-         std::string(data.size() & 1, '\0');
-}
 
 // A tone for each channel, no two alike.
 inline std::string WavSamples(const WavOptions& o) {
@@ -85,33 +86,24 @@ inline std::string WavSamples(const WavOptions& o) {
 }
 
 inline std::string Wav(const WavOptions& o) {
+  using namespace audiotest;
   const unsigned frame = o.channels * o.bits / 8;
-  std::string chunks =
-      Chunk("fmt ", Little(1, 2) + Little(o.channels, 2) + Little(32000, 4) +
-                        Little(32000 * frame, 4) + Little(frame, 2) + Little(o.bits, 2));
-  const bool loop = o.loopStart >= 0;
-  std::string sampler = Little(0, 4) + Little(0, 4) + Little(31250, 4) + Little(o.key, 4) +
-                        std::string(12, '\0') + Little(loop ? 1 : 0, 4) + Little(0, 4);
-  if (loop) {
-    sampler += Little(0, 4) + Little(0, 4) + Little(static_cast<std::uint32_t>(o.loopStart), 4) +
-               Little(static_cast<std::uint32_t>(o.loopEnd), 4) + Little(0, 4) + Little(0, 4);
-  }
-  chunks += Chunk("smpl", sampler);
-  std::string data = Chunk("data", WavSamples(o));
-  if (o.promised != 0) data.replace(4, 4, Little(o.promised, 4));
-  chunks += data;
-  return "RIFF" + Little(static_cast<std::uint32_t>(chunks.size() + 4), 4) + "WAVE" + chunks;
+  const Bytes format =
+      Le(1, 2) + Le(o.channels, 2) + Words({32000, 32000 * frame}) + Le(frame, 2) + Le(o.bits, 2);
+  const bool loop = o.loopEnd != 0;
+  Bytes sampler = Words({0, 0, 31250, o.key, 0, 0, 0, loop, 0});
+  if (loop) sampler = sampler + Words({0, 0, o.loopStart, o.loopEnd, 0, 0});
+  Bytes data = Chunk("data", audiotest::Text(WavSamples(o)));
+  if (o.promised != 0) data = Part(data, 0, 4) + Le(o.promised, 4) + Part(data, 8, data.size());
+  return AsText(RiffFile(Chunk("fmt ", format) + Chunk("smpl", sampler) + data));
 }
 
 // The data of a chunk of a WAV file; empty where it is missing.
 inline std::string ChunkOf(const std::string& wav, const std::string& name) {
-  for (std::size_t at = 12; at + 8 <= wav.size();) {
-    std::uint32_t size = 0;
-    for (int i = 3; i >= 0; --i) {
-      size = size << 8 | static_cast<unsigned char>(wav[at + 4 + static_cast<std::size_t>(i)]);
-    }
+  std::uint32_t size = 0;
+  for (std::size_t at = 12; at + 8 <= wav.size(); at += 8 + size + (size & 1)) {
+    std::memcpy(&size, wav.data() + at + 4, sizeof size);
     if (wav.compare(at, 4, name) == 0) return wav.substr(at + 8, size);
-    at += 8 + size + (size & 1);
   }
   return {};
 }
@@ -200,6 +192,17 @@ class HostTest : public ::testing::Test {
   Json List(int code = 0) { return Told(code, "list game.db"); }
   Json Info(const std::string& node) {
     return Told(0, "info game.db " + samplehost::QuoteWord(node));
+  }
+  // The path of the raw file of a node's n-th class.
+  std::string RawFile(const std::string& node, std::size_t n = 0) {
+    return Info(node)["classes"][n]["raw_file"];
+  }
+
+  // A session of these lines.
+  RunResult Script(int code, const std::string& lines, const std::string& database = "game.db",
+                   const std::string& option = {}) {
+    folder.Put("script.txt", lines);
+    return Run(code, "open " + database + " --script script.txt " + option);
   }
 
   Folder folder;

@@ -17,12 +17,11 @@ class Verify : public HostTest {
     folder.Put("kick.wav", Wav({.channels = 2, .length = 300, .loopStart = 31, .loopEnd = 200}));
     for (const char* format : {"PCM16", "PCM8", "ADPCM", "ADPCM+", "ADPCMVS"})
       Import("kick.wav", format);
-    nodes_ = List()["nodes"];
-  }
-
-  std::string RawOf(std::size_t node) { return nodes_[node]["classes"][0]["raw_file"]; }
-  std::string EncodedOf(std::size_t node) {
-    return fs::path(RawOf(node)).replace_extension("esmp").string();
+    const Json list = List();
+    for (const Json& node : list["nodes"]) {
+      raw_.push_back(node["classes"][0]["raw_file"]);
+      encoded_.push_back(EncodedOf(raw_.back()));
+    }
   }
 
   // The findings, each as "node state".
@@ -35,16 +34,16 @@ class Verify : public HostTest {
     return found;
   }
 
-  void Change(const std::string& file, std::size_t at, char flipped) {
-    std::string bytes = BytesOf(file);
-    ASSERT_LT(at, bytes.size());
-    bytes[at] = static_cast<char>(bytes[at] ^ flipped);
-    const fs::file_time_type time = fs::last_write_time(file);
-    std::ofstream(file, std::ios::binary) << bytes;
-    fs::last_write_time(file, time);
+  // What is found of a node where its encoded file has these bytes, for this look only.
+  Found LookWith(std::size_t node, const std::string& bytes) {
+    const std::string whole = BytesOf(encoded_[node]);
+    std::ofstream(encoded_[node], std::ios::binary) << bytes;
+    const Found found = Look(1);
+    std::ofstream(encoded_[node], std::ios::binary) << whole;
+    return found;
   }
 
-  Json nodes_;
+  std::vector<std::string> raw_, encoded_;
 };
 
 TEST_F(Verify, FindsEachDamageOfAnEncodedFileAndRepairsIt) {
@@ -57,56 +56,50 @@ TEST_F(Verify, FindsEachDamageOfAnEncodedFileAndRepairsIt) {
       {3, extra + 32}, {3, 44}, {2, 36}, {4, extra + 36}, {3, extra + 48 + 7},
       {3, extra + 41}};
   for (const auto& [node, at] : changes) {
-    const std::string whole = BytesOf(EncodedOf(node));
-    Change(EncodedOf(node), at, '\x7F');
-    EXPECT_EQ(Look(1).size(), 1u) << node << ' ' << at;
-    std::ofstream(EncodedOf(node), std::ios::binary) << whole;
+    std::string bytes = BytesOf(encoded_[node]);
+    bytes.at(at) = static_cast<char>(bytes[at] ^ 0x7F);
+    EXPECT_EQ(LookWith(node, bytes).size(), 1u) << node << ' ' << at;
   }
-  const std::string whole = BytesOf(EncodedOf(3));
+  const std::string whole = BytesOf(encoded_[3]);
   for (const std::size_t size :
-       {std::size_t{0}, std::size_t{39}, std::size_t{45}, chunk + 9, whole.size() - 1}) {
-    fs::resize_file(EncodedOf(3), size);
-    EXPECT_EQ(Look(1), Found{"kick-4 damaged"}) << size;
-    std::ofstream(EncodedOf(3), std::ios::binary) << whole;
-  }
-  fs::remove(EncodedOf(0));
-  Change(EncodedOf(2), chunk + 8, '\x7F');
-  fs::resize_file(EncodedOf(3), 100);
+       {std::size_t{0}, std::size_t{39}, std::size_t{45}, chunk + 9, whole.size() - 1})
+    EXPECT_EQ(LookWith(3, whole.substr(0, size)), Found{"kick-4 damaged"}) << size;
+  fs::remove(encoded_[0]);
+  fs::resize_file(encoded_[2], 99);
+  fs::resize_file(encoded_[3], 100);
   const Found damage = {"kick damaged", "kick-3 damaged", "kick-4 damaged"};
   EXPECT_EQ(Look(1), damage);
-  EXPECT_FALSE(fs::exists(EncodedOf(0)));  // looking repairs nothing
+  EXPECT_FALSE(fs::exists(encoded_[0]));  // looking repairs nothing
   EXPECT_EQ(Look(0, "--repair"), (Found{"kick repaired", "kick-3 repaired", "kick-4 repaired"}));
-  EXPECT_EQ(BytesOf(EncodedOf(3)), whole);
+  EXPECT_EQ(BytesOf(encoded_[3]), whole);
   EXPECT_EQ(Look(0), Found{});
 }
 
 TEST_F(Verify, WarnsOfLegalButOddStatesAndNeverTouchesRawFiles) {
   const auto old = fs::file_time_type::clock::now() - std::chrono::hours(1);
-  fs::last_write_time(EncodedOf(2), old);
+  fs::last_write_time(encoded_[2], old);
   // Another sound under an encoded file that is newer.
   const std::string other = Wav({.channels = 2, .length = 400});
   folder.Put("out/kick (High).wav", other);
   fs::last_write_time(folder / "out/kick (High).wav", old);
   fs::create_directories(folder / "away");
-  folder.Put("script.txt", "checkout kick away\ncheckin kick out\nsave\n");
-  Run(0, "open game.db --script script.txt");
-  nodes_ = List()["nodes"];
+  Script(0, "checkout kick away\ncheckin kick out\nsave\n");
   EXPECT_EQ(Look(0), (Found{"kick warning", "kick-3 warning"}));
   EXPECT_EQ(Look(0, "--repair"), (Found{"kick repaired", "kick-3 repaired"}));
   EXPECT_EQ(Look(0), Found{});
   EXPECT_EQ(Info("kick")["classes"][0]["length"], 400);
-  EXPECT_EQ(BytesOf(RawOf(0)), other);
+  EXPECT_EQ(BytesOf(RawFile("kick")), other);
 }
 
 TEST_F(Verify, LeavesAloneWhatItCannotMake) {
-  fs::remove(RawOf(0));
-  fs::resize_file(RawOf(1), 100);
-  fs::remove(EncodedOf(1));
-  const std::string encoded = BytesOf(EncodedOf(0));
+  fs::remove(raw_[0]);
+  fs::resize_file(raw_[1], 100);
+  fs::remove(encoded_[1]);
+  const std::string encoded = BytesOf(encoded_[0]);
   const Found damage = {"kick damaged", "kick-2 damaged", "kick-2 damaged"};
   EXPECT_EQ(Look(1), damage);
   EXPECT_EQ(Look(1, "--repair"), damage);
-  EXPECT_EQ(BytesOf(EncodedOf(0)), encoded);
+  EXPECT_EQ(BytesOf(encoded_[0]), encoded);
   EXPECT_THAT(Run(1, "verify game.db").out, HasSubstr("is missing"));
 }
 
