@@ -252,6 +252,10 @@ TEST_F(ExecuteTest, WithoutCaptureTheChildWritesWhereWeDo) {
   EXPECT_EQ(result, 6u);
   EXPECT_EQ(_DIOFile::ExecuteWin95("no_such_program", result, TakeOut, TakeErr),
             DIOFile::ERROR_COULDNOTEXECUTE);
+  Faults faults;
+  faults.Fail(Call::kCreateThread);
+  EXPECT_EQ(_DIOFile::ExecuteWin95("true", result, TakeOut, TakeErr),
+            DIOFile::ERROR_COULDNOTEXECUTE);
   EXPECT_EQ(result, 6u);
 }
 

@@ -36,6 +36,7 @@ TEST_F(FilesTest, CreatePathMakesWhatIsMissing) {
   EXPECT_EQ(folder.Names(), (Names{"a/", "a/b/", "a/b/d/"}));
   // A separator at the end leaves no component to make.
   EXPECT_TRUE(DIOFile::CreatePath(folder.Path("x\\"), false));
+  EXPECT_TRUE(DIOFile::CreatePath("C:\\", true));
   EXPECT_FALSE(DIOFile::CreatePath(folder.Path(std::string(260, 'y') + "\\z"), false));
   folder.Put("file", "");
   EXPECT_FALSE(DIOFile::CreatePath(folder.Path("file\\x.txt"), true));
@@ -93,6 +94,8 @@ TEST_F(FilesTest, ASearchWithoutFolderLooksIntoTheCurrentOne) {
   EXPECT_TRUE(info.baseName == "a.wav");
   EXPECT_TRUE(info.pathName == folder.Path("") + "\\");
   EXPECT_TRUE(DIOFile::FindClose(info));
+  folder.Put(std::string(255, 'n'), "");
+  EXPECT_FALSE(DIOFile::FindFirst("n*", info)) << "its path is too long";
   EXPECT_TRUE(DIOFile::ChangeDirectory(before));
 }
 
@@ -101,6 +104,11 @@ TEST_F(FilesTest, UniqueNamesAreEmptyFilesOfTheCaller) {
   const qz::string second = DIOFile::CreateUniqueTempName();
   EXPECT_FALSE(DIOFile::PathsIdentical(first, second));
   EXPECT_TRUE(DIOFile::Delete(first) && DIOFile::Delete(second));
+  for (const std::string& temporary : {std::string("C:\\no"), "C:\\" + std::string(300, 'x')}) {
+    setenv("TMP", temporary.c_str(), 1);
+    EXPECT_TRUE(DIOFile::CreateUniqueTempName().empty());
+  }
+  unsetenv("TMP");
 }
 
 }  // namespace

@@ -86,7 +86,10 @@ TEST_F(FileStreamTest, SizesAndPositionsReachBeyond4GiB) {
   qz::ulong narrow = 77;
   qz::uint64 wide = 0;
   // The last place that 32 bits can name reads as a failure in 32 bits only.
-  ASSERT_TRUE(file->SetPosition(qz::uint64{0xFFFFFFFFu}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(file->SetPosition(qz::uint64{0xFFFFFFFEu}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(file->Write('x'));
+  EXPECT_TRUE(file->GetFileSize(wide));
+  EXPECT_EQ(wide, 0xFFFFFFFFu);
   EXPECT_FALSE(file->GetPosition(narrow));
   EXPECT_TRUE(file->GetPosition(wide));
   EXPECT_EQ(wide, 0xFFFFFFFFu);
@@ -144,6 +147,11 @@ TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
   DIOFile* target = DIOFile::OpenFile(folder.Path("target"), DIOFile::OPENMODE_CREATE);
   ASSERT_NE(target, nullptr);
   ASSERT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  faults.Fail(Call::kWriteFile);
+  EXPECT_FALSE(target->Insert(file, 65537));
+  ASSERT_TRUE(file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+  faults.Take(Call::kReadFile);
+  faults.Take(Call::kWriteFile);
   EXPECT_TRUE(target->Insert(file, 65537));
   EXPECT_TRUE(target->Insert(file, 65536));
   EXPECT_EQ(faults.Take(Call::kReadFile), 3);
@@ -173,6 +181,11 @@ TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   EXPECT_EQ(vector.y, 2.0f);
   EXPECT_FALSE(file->WriteString("text"));
   EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
+  for (const int n : {1, 2, 3}) {
+    faults.Fail(Call::kWriteFile, n);
+    EXPECT_FALSE(file->Write(vector));
+  }
+  EXPECT_EQ(stream_suite::PositionOf(file), 131088u);
 
   qz::uint64 wide = 5;
   qz::ulong narrow = 5;
@@ -187,7 +200,7 @@ TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   EXPECT_FALSE(file->SetLabel("nowhere"));
   EXPECT_EQ(wide + narrow, 10u);
   EXPECT_EQ(file->GetLabel("nowhere"), ~qz::uint64{0});
-  EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
+  EXPECT_EQ(stream_suite::PositionOf(file), 131088u);
 }
 
 TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {

@@ -133,25 +133,31 @@ TYPED_TEST_P(StreamSuite, NumbersStandInTheByteOrderOfTheStream) {
 }
 
 TYPED_TEST_P(StreamSuite, AReadCutByTheEndKeepsWhatItRead) {
-  this->ReadFrom(stream_suite::FromHex("0000803F 112233"));
+  this->ReadFrom(stream_suite::FromHex("0000803F 00000040 112233"));
   this->file->SetEndian(DIOFile::ENDIAN_BIG);
   qz::ulong number = 0xAAAAAAAA;
   ASSERT_TRUE(this->file->SetPosition(qz::slong{-3}, DIOFile::SEEKMODE_END));
   EXPECT_FALSE(this->file->Read(number));
   EXPECT_EQ(0, std::memcmp(&number, "\x11\x22\x33\xAA", 4));  // unswapped
-  EXPECT_EQ(stream_suite::PositionOf(this->file), 7u);
+  EXPECT_EQ(stream_suite::PositionOf(this->file), 11u);
 
-  ASSERT_TRUE(this->file->SetPosition(qz::ulong{4}, DIOFile::SEEKMODE_START));
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{8}, DIOFile::SEEKMODE_START));
   float single = 7.0f;
   EXPECT_FALSE(this->file->Read(single));
-  EXPECT_EQ(single, 7.0f);
+  ASSERT_TRUE(this->file->SetPosition(qz::ulong{4}, DIOFile::SEEKMODE_START));
+  double wide = 7.0;
+  EXPECT_FALSE(this->file->Read(wide));
+  EXPECT_EQ(single + wide, 14.0);
 
-  ASSERT_TRUE(this->file->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
   this->file->SetEndian(DIOFile::ENDIAN_LITTLE);
-  DIOFile::v32 vector{7, 8, 9};
-  EXPECT_FALSE(this->file->Read(vector));
-  EXPECT_EQ(vector.x, 1.0f);
-  EXPECT_EQ(vector.y, 8.0f);
+  for (const qz::ulong at : {0u, 4u, 8u}) {
+    ASSERT_TRUE(this->file->SetPosition(at, DIOFile::SEEKMODE_START));
+    DIOFile::v32 vector{7, 8, 9};
+    EXPECT_FALSE(this->file->Read(vector));
+    EXPECT_EQ(vector.x, at == 0 ? 1.0f : at == 4 ? 2.0f : 7.0f);
+    EXPECT_EQ(vector.y, at == 0 ? 2.0f : 8.0f);
+    EXPECT_EQ(vector.z, 9.0f);
+  }
 }
 
 TYPED_TEST_P(StreamSuite, OddElementSizesAndEmptyArraysMoveNothing) {
@@ -229,6 +235,7 @@ TYPED_TEST_P(StreamSuite, ATextBeyondItsBufferIsRefusedWhole) {
   const std::string longest(2 + 131072 - 1, 'x');
   EXPECT_FALSE(this->file->WriteString("%s", (longest + "x").c_str()));
   EXPECT_FALSE(this->file->WriteStringZ("%s", (longest + "x").c_str()));
+  EXPECT_FALSE(this->file->WriteString("%lc", 0x7FFFFFFF));  // no character
   EXPECT_EQ(stream_suite::PositionOf(this->file), 0u);
   EXPECT_TRUE(this->file->WriteStringZ("%s", longest.c_str()));
   // Carriage returns come behind the limit.
@@ -260,11 +267,13 @@ TYPED_TEST_P(StreamSuite, InsertCopiesFromPositionToPosition) {
   EXPECT_TRUE(this->file->Insert(source, 65536));
   EXPECT_TRUE(this->file->Insert(source));
   // More than there is: the whole blocks before the failure are there.
-  ASSERT_TRUE(source->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
-  EXPECT_FALSE(this->file->Insert(source, pattern.size() + 1));
+  std::string expected = "01" + pattern.substr(5, 3) + "56789" + pattern.substr(8);
+  for (const qz::uint64 more : {1u, 65536u}) {
+    ASSERT_TRUE(source->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
+    EXPECT_FALSE(this->file->Insert(source, pattern.size() + more));
+    expected += pattern.substr(0, 3 * 65536);
+  }
   EXPECT_TRUE(other.Close(source));
-  const std::string expected =
-      "01" + pattern.substr(5, 3) + "56789" + pattern.substr(8) + pattern.substr(0, 3 * 65536);
   EXPECT_TRUE(this->Finish() == expected);
 }
 
