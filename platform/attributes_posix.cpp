@@ -63,9 +63,15 @@ std::optional<DWORD> LoadRecord(const Place& place, const FileId& id) {
   return found->second;
 }
 
+// False, with errno, where memory runs out.
 bool Remember(const FileId& id, DWORD flags) {
   const std::lock_guard guard(memoryLock);
-  Memory()[id] = flags;
+  try {
+    Memory()[id] = flags;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
+  }
   memoryUsed.store(true, std::memory_order_release);
   return true;
 }
@@ -97,14 +103,18 @@ DWORD SetAttributes(const Path& path, const struct stat& facts, DWORD attributes
   const bool readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
   const bool wasReadOnly = IsReadOnly(facts.st_mode);
   const Place place{-1, path.native.c_str()};
+  if (isFolder) return StoreFlags(place, facts, attributes) ? NO_ERROR : ErrorOf(errno);
+  const DWORD old = LoadAttributes(place, facts.st_dev, facts.st_ino, facts.st_mode);
   // The record can only be written while the file can.
   const mode_t writable = mode | S_IWUSR;
-  if (!isFolder && wasReadOnly && chmod(place.native, writable) != 0) return ErrorOf(errno);
-  const DWORD stored = StoreFlags(place, facts, attributes) ? NO_ERROR : ErrorOf(errno);
-  if (isFolder) return stored;
-  const bool endReadOnly = stored == NO_ERROR ? readOnly : wasReadOnly;
-  if (endReadOnly && chmod(place.native, mode & ~mode_t{0222}) != 0) return ErrorOf(errno);
-  return stored;
+  if (wasReadOnly && chmod(place.native, writable) != 0) return ErrorOf(errno);
+  DWORD error = StoreFlags(place, facts, attributes) ? NO_ERROR : ErrorOf(errno);
+  if (error == NO_ERROR && readOnly && chmod(place.native, mode & ~mode_t{0222}) != 0) {
+    error = ErrorOf(errno);
+    StoreFlags(place, facts, old);
+  }
+  if (error != NO_ERROR && wasReadOnly) chmod(place.native, mode);
+  return error;
 }
 
 }  // namespace
@@ -123,15 +133,19 @@ DWORD LoadAttributes(const Place& place, dev_t device, ino_t inode, mode_t mode)
 bool StoreFlags(const Place& place, const struct stat& facts, DWORD attributes) {
   const FileId id{facts.st_dev, facts.st_ino};
   const DWORD flags = FlagsToStore(facts.st_mode, attributes);
-  ForgetFlags(facts);
-  if (flags == UsualFlags(facts.st_mode)) return DropRecord(place);
+  if (flags == UsualFlags(facts.st_mode)) {
+    if (!DropRecord(place)) return false;
+    ForgetFlags(facts);
+    return true;
+  }
   char text[16];
   const auto size =
       static_cast<std::size_t>(std::to_chars(text, text + sizeof text, flags, 16).ptr - text);
   const int result = place.fd >= 0 ? fsetxattr(place.fd, kRecordName, text, size, 0)
                                    : setxattr(place.native, kRecordName, text, size, 0);
-  if (result == 0) return true;
-  return errno == ENOTSUP && Remember(id, flags);
+  if (result != 0) return errno == ENOTSUP && Remember(id, flags);
+  ForgetFlags(facts);
+  return true;
 }
 
 void MarkArchive(int fd, const struct stat* facts) {
@@ -152,9 +166,9 @@ void ForgetFlags(const struct stat& facts) {
   Memory().erase({facts.st_dev, facts.st_ino});
 }
 
-void MakeReadOnly(int fd) {
+bool MakeReadOnly(int fd) {
   struct stat facts;
-  if (fstat(fd, &facts) == 0) fchmod(fd, facts.st_mode & 07555);
+  return fstat(fd, &facts) == 0 && fchmod(fd, facts.st_mode & 07555) == 0;
 }
 
 bool LoadFacts(const Place& place, struct statx& facts) {

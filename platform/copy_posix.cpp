@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "platform/posix_intern.h"
 
@@ -19,6 +20,8 @@ class Draft {
  public:
   explicit Draft(const std::string& target) : target_(target) {}
   ~Draft() {
+    struct stat facts;
+    if (!published_ && file_.IsOpen() && fstat(file_.Get(), &facts) == 0) ForgetFlags(facts);
     if (!name_.empty()) unlink(name_.c_str());
   }
   Draft(const Draft&) = delete;
@@ -31,10 +34,10 @@ class Draft {
     if (file_.IsOpen() && access(Self().c_str(), F_OK) == 0) return 0;
     if (!file_.IsOpen() && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
     for (unsigned tries = 0; tries < kMaxTries; ++tries) {
-      const std::string name = NameFor(tries);
+      std::string name = NameFor(tries);
       file_.Reset(OpenNative(name, O_RDWR | O_CREAT | O_EXCL, mode));
       if (file_.IsOpen()) {
-        name_ = name;
+        name_ = std::move(name);
         return 0;
       }
       if (errno != EEXIST) return errno;
@@ -43,6 +46,17 @@ class Draft {
   }
 
   int Publish(bool replace) {
+    const int result = Name(replace);
+    published_ = result == 0;
+    return result;
+  }
+
+  int Get() const { return file_.Get(); }
+
+ private:
+  static constexpr unsigned kMaxTries = 1000;
+
+  int Name(bool replace) {
     if (!replace) {
       if (name_.empty()) return Link(target_);
       const int result = RenameNoReplace(name_, target_, false);
@@ -50,22 +64,18 @@ class Draft {
       return result;
     }
     for (unsigned tries = 0; name_.empty() && tries < kMaxTries; ++tries) {
-      const std::string name = NameFor(tries);
+      std::string name = NameFor(tries);
       const int result = Link(name);
       if (result == 0)
-        name_ = name;
+        name_ = std::move(name);
       else if (result != EEXIST)
         return result;
     }
+    if (name_.empty()) return EEXIST;
     if (rename(name_.c_str(), target_.c_str()) != 0) return errno;
     name_.clear();
     return 0;
   }
-
-  int Get() const { return file_.Get(); }
-
- private:
-  static constexpr unsigned kMaxTries = 1000;
 
   std::string NameFor(unsigned number) const {
     return target_.substr(0, target_.rfind('/') + 1) + "~copy" + std::to_string(getpid()) + '-' +
@@ -83,6 +93,7 @@ class Draft {
   const std::string& target_;
   std::string name_;
   Descriptor file_;
+  bool published_ = false;
 };
 
 constexpr std::size_t kBufferSize = 0x40000;
@@ -159,7 +170,7 @@ DWORD CopyOpenFile(int source, const struct stat& facts, const std::string& to, 
       !StoreFlags({draft.Get(), nullptr}, made, attributes | FILE_ATTRIBUTE_ARCHIVE)) {
     return ErrorOf(errno);
   }
-  if (IsReadOnly(mode)) MakeReadOnly(draft.Get());
+  if (IsReadOnly(mode) && !MakeReadOnly(draft.Get())) return ErrorOf(errno);
   const timespec times[2] = {{0, UTIME_OMIT}, facts.st_mtim};
   if (futimens(draft.Get(), times) != 0) return ErrorOf(errno);
   result = draft.Publish(replace);

@@ -88,9 +88,9 @@ bool FromNative(const std::string& native, std::string& path, std::string& why) 
 bool ToNative(const std::string& path, std::string& native) {
   posix::Path parsed;
   if (posix::ParsePath(path.c_str(), parsed) != NO_ERROR) return false;
-  posix::Respell(parsed);
+  const DWORD error = posix::Respell(parsed);
   native = parsed.native;
-  return true;
+  return error == NO_ERROR || error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
 namespace posix {
@@ -224,12 +224,15 @@ DWORD Respell(Path& path) {
     std::string stored;
     if (lstat((done + '/' + name).c_str(), &facts) == 0) {
       done += '/' + name;
-    } else if (FindSpelling(done.empty() ? "/" : done, name, stored)) {
-      done += '/' + stored;
     } else {
-      const bool onlyLast = end == given.size() && IsFolder(done);
-      path.native = done + given.substr(at);
-      return onlyLast ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+      if (errno != ENOENT && errno != ENOTDIR) return ErrorOf(errno);
+      const DWORD error = FindSpelling(done.empty() ? "/" : done, name, stored);
+      if (error != NO_ERROR) {
+        path.native = done + given.substr(at);
+        const bool last = end == given.size();
+        return error == ERROR_FILE_NOT_FOUND && !last ? ERROR_PATH_NOT_FOUND : error;
+      }
+      done += '/' + stored;
     }
     at = end;
   }

@@ -15,17 +15,14 @@ int PlainRename(const std::string& from, const std::string& to) {
   return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-bool IsLink(const std::string& native) {
-  struct stat facts;
-  return lstat(native.c_str(), &facts) == 0 && S_ISLNK(facts.st_mode);
-}
-
 DWORD DeleteEntry(LPCSTR name) {
   Path path;
   struct stat facts;
   DWORD error = ParsePath(name, path);
   if (error == NO_ERROR) error = FindEntry(path, facts);
-  if (error == ERROR_FILE_NOT_FOUND && IsLink(path.native)) {
+  if (error == ERROR_FILE_NOT_FOUND) {
+    if (lstat(path.native.c_str(), &facts) != 0) return ErrorOf(errno);
+    if (!S_ISLNK(facts.st_mode)) return error;
     return ErrorOf(unlink(path.native.c_str()) == 0 ? 0 : errno);  // a link that leads nowhere
   }
   if (error != NO_ERROR) return error;
@@ -57,9 +54,9 @@ DWORD RemoveFolder(LPCSTR name) {
       current.st_ino == facts.st_ino) {
     return ERROR_SHARING_VIOLATION;
   }
-  // A link to a folder goes itself, and what it leads to stays.
-  const bool removed =
-      IsLink(path.native) ? unlink(path.native.c_str()) == 0 : rmdir(path.native.c_str()) == 0;
+  // A link to a folder, which is none itself, goes, and what it leads to stays.
+  const char* const native = path.native.c_str();
+  const bool removed = rmdir(native) == 0 || (errno == ENOTDIR && unlink(native) == 0);
   if (!removed) return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : ErrorOf(errno);
   ForgetFlags(facts);
   return NO_ERROR;
@@ -153,7 +150,8 @@ int RenameNoReplace(const std::string& from, const std::string& to, bool isFolde
   if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return errno;
   // Neither call exists here; what is left is a look before the rename.
   struct stat facts;
-  return lstat(to.c_str(), &facts) == 0 ? EEXIST : PlainRename(from, to);
+  if (lstat(to.c_str(), &facts) == 0) return EEXIST;
+  return errno == ENOENT ? PlainRename(from, to) : errno;
 }
 
 }  // namespace platform::posix

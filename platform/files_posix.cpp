@@ -53,23 +53,62 @@ DWORD CheckOpened(const Path& path, const OpenRequest& request, const struct sta
   return NO_ERROR;
 }
 
-// What a file that was made, or is made anew, starts with.
+// What a file that was made, or is made anew, starts with. Old content goes last, when nothing else
+// can fail.
 DWORD StartContent(const OpenRequest& request, bool created, int fd, const struct stat& facts) {
+  const bool anew = created || request.disposition == CREATE_ALWAYS;
+  if (!anew && request.disposition != TRUNCATE_EXISTING) return NO_ERROR;
   const Place place{fd, nullptr};
   const DWORD attributes = request.attributes | FILE_ATTRIBUTE_ARCHIVE;
+  constexpr DWORD kSpecial =
+      FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_TEMPORARY;
+  DWORD old = FILE_ATTRIBUTE_NORMAL;
   if (created) {
     ForgetFlags(facts);
-    const DWORD special = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_TEMPORARY;
-    if ((attributes & special) != 0) StoreFlags(place, facts, attributes);
-  } else if (request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING) {
-    if (facts.st_size != 0 && ftruncate(fd, 0) != 0) return ErrorOf(errno);
-    if (request.disposition == CREATE_ALWAYS) StoreFlags(place, facts, attributes);
   } else {
-    return NO_ERROR;
+    old = LoadAttributes(place, facts.st_dev, facts.st_ino, facts.st_mode);
   }
-  const bool anew = created || request.disposition == CREATE_ALWAYS;
-  if (anew && (attributes & FILE_ATTRIBUTE_READONLY) != 0) MakeReadOnly(fd);
-  return NO_ERROR;
+  const auto start = [&] {
+    if (anew && (!created || (attributes & kSpecial) != 0) &&
+        !StoreFlags(place, facts, attributes)) {
+      return false;
+    }
+    if (anew && (attributes & FILE_ATTRIBUTE_READONLY) != 0 && !MakeReadOnly(fd)) return false;
+    return facts.st_size == 0 || ftruncate(fd, 0) == 0;
+  };
+  if (start()) return NO_ERROR;
+  const DWORD error = ErrorOf(errno);
+  if (created) {
+    ForgetFlags(facts);
+  } else if (anew) {
+    StoreFlags(place, facts, old);
+    fchmod(fd, facts.st_mode & 07777);
+  }
+  return error;
+}
+
+// Makes sure of a file that was opened, and begins it. ERROR_FILE_NOT_FOUND where its name leads
+// elsewhere by now.
+DWORD TakeOpened(const Path& path, const OpenRequest& request, OpenResult& result) {
+  const int fd = result.file.Get();
+  struct stat facts;
+  // A file that was made is open for writing whatever the mask left of its permissions.
+  if (result.existed) {
+    if (fstat(fd, &facts) != 0) return ErrorOf(errno);
+    const DWORD error = CheckOpened(path, request, facts);
+    if (error != NO_ERROR) return error;
+  }
+  if (!LockOpenFile(fd, request.alone)) return ERROR_SHARING_VIOLATION;
+  DWORD error = StillNames(path.native, fd, facts);
+  if (error != NO_ERROR) return error;
+  if (request.mode != nullptr) {
+    result.stream.reset(fdopen(fd, request.mode));
+    if (result.stream == nullptr) return ErrorOf(errno);
+    static_cast<void>(result.file.Release());  // the stream's now
+  }
+  error = StartContent(request, !result.existed, fd, facts);
+  if (request.letsDelete) flock(fd, LOCK_UN);
+  return error;
 }
 
 // Opens the file, or makes it. The exact name is tried at once; the folder is searched only where
@@ -134,10 +173,11 @@ bool LockOpenFile(int fd, bool alone) {
   }
 }
 
-bool StillNames(const std::string& native, int fd, struct stat& facts) {
+DWORD StillNames(const std::string& native, int fd, struct stat& facts) {
   struct stat named;
-  return fstat(fd, &facts) == 0 && stat(native.c_str(), &named) == 0 &&
-         named.st_ino == facts.st_ino && named.st_dev == facts.st_dev;
+  if (fstat(fd, &facts) != 0 || stat(native.c_str(), &named) != 0) return ErrorOf(errno);
+  const bool same = named.st_ino == facts.st_ino && named.st_dev == facts.st_dev;
+  return same ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
 DWORD OpenLocked(Path& path, const OpenRequest& request, OpenResult& result) {
@@ -148,17 +188,13 @@ DWORD OpenLocked(Path& path, const OpenRequest& request, OpenResult& result) {
     DWORD error = OpenOrMake(path, request, result.file, created);
     if (error == ERROR_ALREADY_EXISTS) continue;
     if (error != NO_ERROR) return error;
-    const int fd = result.file.Get();
-    struct stat facts;
-    if (fstat(fd, &facts) != 0) return ErrorOf(errno);
-    // A file that this call made is open for writing whatever the mask left of its permissions.
-    if (!created) error = CheckOpened(path, request, facts);
-    if (error != NO_ERROR) return error;
-    if (!LockOpenFile(fd, request.alone)) return ERROR_SHARING_VIOLATION;
-    if (!StillNames(path.native, fd, facts)) continue;
     result.existed = !created;
-    error = StartContent(request, created, fd, facts);
-    if (request.letsDelete) flock(fd, LOCK_UN);
+    error = TakeOpened(path, request, result);
+    if (error == ERROR_FILE_NOT_FOUND) continue;
+    // Where somebody else has it open by now, it stays.
+    if (error != NO_ERROR && created && error != ERROR_SHARING_VIOLATION) {
+      unlink(path.native.c_str());
+    }
     return error;
   }
   return ERROR_SHARING_VIOLATION;
@@ -169,7 +205,8 @@ DWORD OpenShared(const std::string& native, Descriptor& holder, struct stat& fac
     holder.Reset(OpenNative(native, O_RDONLY | O_NONBLOCK));
     if (!holder.IsOpen()) return ErrorOf(errno);
     if (!LockOpenFile(holder.Get(), false)) return ERROR_SHARING_VIOLATION;
-    if (StillNames(native, holder.Get(), facts)) return NO_ERROR;
+    const DWORD error = StillNames(native, holder.Get(), facts);
+    if (error != ERROR_FILE_NOT_FOUND) return error;
   }
   return ERROR_SHARING_VIOLATION;
 }
@@ -181,7 +218,8 @@ DWORD LockForChange(const std::string& native, Descriptor& holder, struct stat& 
       holder.Reset(OpenNative(native, O_WRONLY | O_NONBLOCK));
     if (!holder.IsOpen()) return errno == EACCES ? NO_ERROR : ErrorOf(errno);
     if (!LockOpenFile(holder.Get(), true)) return ERROR_SHARING_VIOLATION;
-    if (StillNames(native, holder.Get(), facts)) return NO_ERROR;
+    const DWORD error = StillNames(native, holder.Get(), facts);
+    if (error != ERROR_FILE_NOT_FOUND) return error;
   }
   return ERROR_SHARING_VIOLATION;
 }
@@ -305,6 +343,7 @@ DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD origi
   // Without a high half a position beyond 32 bits is refused, and then the old one has to be known.
   off_t old = 0;
   if (distanceHigh == nullptr && origin != FILE_BEGIN) old = lseek(fd, 0, SEEK_CUR);
+  if (old < 0) return GiveAllOnes(posix::ErrorOf(errno));
   const off_t position = lseek(fd, move, kOrigins[origin]);
   if (position < 0) {
     if (errno != EINVAL && errno != EOVERFLOW) return GiveAllOnes(posix::ErrorOf(errno));
@@ -413,13 +452,12 @@ std::FILE* fopen(const char* path, const char* mode) {
       posix::Path parsed;
       posix::OpenResult result;
       if (!ParseMode(mode, request)) return ERROR_INVALID_PARAMETER;
+      request.mode = mode;
       DWORD outcome = posix::ParsePath(path, parsed);
       if (outcome == NO_ERROR) outcome = posix::OpenLocked(parsed, request, result);
       if (outcome != NO_ERROR) return outcome;
-      file = fdopen(result.file.Get(), mode);
-      if (file == nullptr) return posix::ErrorOf(errno);
-      const int fd = result.file.Release();
-      if (request.flags != O_RDONLY && result.existed) posix::MarkArchive(fd);
+      file = result.stream.release();
+      if (request.flags != O_RDONLY && result.existed) posix::MarkArchive(fileno(file));
       if (posix::faultHook != nullptr) file = posix::MakeFailing(file, mode);
       return NO_ERROR;
     });

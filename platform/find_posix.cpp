@@ -1,5 +1,4 @@
 // Searches of folders.
-#include <dirent.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
@@ -131,31 +130,30 @@ bool FillRecord(const std::string& folder, const std::string& name, WIN32_FIND_D
   return true;
 }
 
-bool NextRecord(Search& search, WIN32_FIND_DATAA& data) {
-  while (search.at < search.names.size()) {
-    if (FillRecord(search.folder, search.names[search.at++], data)) return true;
+// ERROR_NO_MORE_FILES at the end. An entry that could not be looked at is the next one again.
+DWORD NextRecord(Search& search, WIN32_FIND_DATAA& data) {
+  for (; search.at < search.names.size(); ++search.at) {
+    if (FillRecord(search.folder, search.names[search.at], data)) {
+      ++search.at;
+      return NO_ERROR;
+    }
+    if (errno != ENOENT) return ErrorOf(errno);
   }
-  return false;
+  return ERROR_NO_MORE_FILES;
 }
 
 // Reads the names that match. Names that a path cannot reach are passed over: handed to another
 // call, they would mean something else.
 DWORD ListMatches(const Path& folder, const std::u32string& mask, bool dotsToo,
                   std::vector<std::string>& names) {
-  DIR* dir = opendir(folder.native.c_str());
-  if (dir == nullptr) {
-    return errno == ENOENT    ? ERROR_PATH_NOT_FOUND
-           : errno == ENOTDIR ? ERROR_DIRECTORY
-                              : ErrorOf(errno);
-  }
-  struct Closer {
-    DIR* dir;
-    ~Closer() { closedir(dir); }
-  } closer{dir};
-  while (const dirent* entry = readdir(dir)) {
+  Walk walk(folder.native);
+  if (walk.Error() == ENOTDIR) return ERROR_DIRECTORY;
+  if (walk.Error() != 0) return FolderError(walk.Error());
+  while (const dirent* entry = walk.Next()) {
     const std::string_view name = entry->d_name;
     if (NameIsCarried(name) && Matches(mask, name)) names.emplace_back(name);
   }
+  if (walk.Error() != 0) return ErrorOf(walk.Error());
   std::sort(names.begin(), names.end());
   if (dotsToo) {
     for (const char* dots : {"..", "."}) {
@@ -212,7 +210,8 @@ HANDLE FindFirstFileA(LPCSTR mask, WIN32_FIND_DATAA* data) {
   return posix::Guarded(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
     auto search = std::make_unique<posix::Search>();
     DWORD error = posix::OpenSearch(mask, *search);
-    if (error == NO_ERROR && !posix::NextRecord(*search, *data)) error = ERROR_FILE_NOT_FOUND;
+    if (error == NO_ERROR) error = posix::NextRecord(*search, *data);
+    if (error == ERROR_NO_MORE_FILES) error = ERROR_FILE_NOT_FOUND;
     if (error != NO_ERROR) {
       SetLastError(error);
       return INVALID_HANDLE_VALUE;
@@ -226,9 +225,8 @@ BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data) {
   if (posix::Faulted(Call::kFindNextFile)) return FALSE;
   return posix::Guarded(FALSE, [&]() -> BOOL {
     if (!posix::IsRegistered(search)) return posix::Fail(ERROR_INVALID_HANDLE);
-    return posix::NextRecord(*static_cast<posix::Search*>(search), *data)
-               ? TRUE
-               : posix::Fail(ERROR_NO_MORE_FILES);
+    const DWORD error = posix::NextRecord(*static_cast<posix::Search*>(search), *data);
+    return error == NO_ERROR ? TRUE : posix::Fail(error);
   });
 }
 

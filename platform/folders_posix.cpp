@@ -4,7 +4,6 @@
 // in a folder with thousands of entries a walk takes milliseconds. So a large folder that is walked
 // a second time is remembered from then on. The kernel's notices of changes, which are queued
 // before the changing call returns, keep what is remembered exact, whoever makes the change.
-#include <dirent.h>
 #include <linux/magic.h>
 #include <sys/inotify.h>
 #include <sys/vfs.h>
@@ -28,17 +27,6 @@ constexpr std::size_t kLarge = 200;  // entries; below, a walk is cheap
 constexpr std::size_t kMaxFolders = 4;
 
 using FileId = std::pair<dev_t, ino_t>;
-
-struct Walk {
-  explicit Walk(const std::string& folder) : dir(opendir(folder.c_str())) {}
-  ~Walk() {
-    if (dir != nullptr) closedir(dir);
-  }
-  Walk(const Walk&) = delete;
-  Walk& operator=(const Walk&) = delete;
-
-  DIR* dir;
-};
 
 // Of several spellings, which only other programs can have made, always the same one answers.
 class Choice {
@@ -133,10 +121,10 @@ class FolderMemory {
 
   bool Remember(const std::string& folder, const FileId& id) {
     if (!notices_.IsOpen()) notices_.Reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    const Walk walk(folder);
-    if (!notices_.IsOpen() || walk.dir == nullptr) return false;
+    Walk walk(folder);
+    if (!notices_.IsOpen() || walk.Error() != 0) return false;
     struct stat facts;
-    const int fd = dirfd(walk.dir);
+    const int fd = walk.Get();
     if (fstat(fd, &facts) != 0 || FileId{facts.st_dev, facts.st_ino} != id || !IsLocal(fd)) {
       return false;
     }
@@ -153,8 +141,12 @@ class FolderMemory {
     Folder& entry = folders_.emplace_front();
     entry.id = id;
     entry.watch = watch;
-    while (const dirent* item = readdir(walk.dir)) {
+    while (const dirent* item = walk.Next()) {
       entry.names.emplace(FoldName(item->d_name), item->d_name);
+    }
+    if (walk.Error() != 0) {
+      Forget();
+      return false;
     }
     TakeNotices();
     return !folders_.empty() && folders_.front().id == id;
@@ -165,6 +157,7 @@ class FolderMemory {
     while (notices_.IsOpen()) {
       const ssize_t size = read(notices_.Get(), buffer, sizeof buffer);
       if (size < 0 && errno == EINTR) continue;
+      if (size < 0 && errno != EAGAIN) Forget();
       if (size <= 0) return;
       for (ssize_t at = 0; at < size;) {
         inotify_event notice;
@@ -207,22 +200,37 @@ FolderMemory& Memory() {
 
 }  // namespace
 
-bool FindSpelling(const std::string& folder, std::string_view name, std::string& stored) {
+const dirent* Walk::Next() {
+  errno = 0;
+  const dirent* const entry = readdir(dir_);
+  if (entry == nullptr) error_ = errno;
+  return entry;
+}
+
+DWORD FolderError(int number) {
+  return number == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorOf(number);
+}
+
+DWORD FindSpelling(const std::string& folder, std::string_view name, std::string& stored) {
   struct stat facts;
-  if (stat(folder.c_str(), &facts) != 0 || !S_ISDIR(facts.st_mode)) return false;
+  if (stat(folder.c_str(), &facts) != 0) return FolderError(errno);
+  if (!S_ISDIR(facts.st_mode)) return ERROR_PATH_NOT_FOUND;
   const FileId id{facts.st_dev, facts.st_ino};
   const FolderMemory::Answer answer = Memory().Find(folder, id, name, stored);
-  if (answer != FolderMemory::kUnknown) return answer == FolderMemory::kFound;
-  const Walk walk(folder);
-  if (walk.dir == nullptr) return false;
+  if (answer != FolderMemory::kUnknown) {
+    return answer == FolderMemory::kFound ? NO_ERROR : ERROR_FILE_NOT_FOUND;
+  }
+  Walk walk(folder);
+  if (walk.Error() != 0) return FolderError(walk.Error());
   Choice choice(stored);
   std::size_t count = 0;
-  while (const dirent* entry = readdir(walk.dir)) {
+  while (const dirent* entry = walk.Next()) {
     ++count;
     if (EqualNames(entry->d_name, name)) choice.Offer(entry->d_name);
   }
+  if (walk.Error() != 0) return ErrorOf(walk.Error());
   if (count >= kLarge) Memory().NoteLarge(id);
-  return choice.Found();
+  return choice.Found() ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
 }  // namespace platform::posix

@@ -21,7 +21,7 @@ bool FromNative(const std::string& native, std::string& path, std::string& why);
 
 // The native path that the layer uses for `path`, each component found without case as the calls
 // find it; components that do not exist are taken as they stand. False where the drive is not
-// mounted.
+// mounted or the system does not tell.
 bool ToNative(const std::string& path, std::string& native);
 
 }  // namespace platform

@@ -221,10 +221,11 @@ UINT GetTempFileNameA(LPCSTR folder, LPCSTR prefix, UINT unique, LPSTR buffer) {
   return posix::Guarded(UINT{0}, [&]() -> UINT {
     posix::Path path;
     struct stat facts;
-    if (posix::ParsePath(folder, path) != NO_ERROR || posix::FindEntry(path, facts) != NO_ERROR ||
-        !S_ISDIR(facts.st_mode)) {
-      return static_cast<UINT>(posix::Fail(ERROR_DIRECTORY));
-    }
+    DWORD found = posix::ParsePath(folder, path);
+    if (found == NO_ERROR) found = posix::FindEntry(path, facts);
+    const bool missing = found == ERROR_FILE_NOT_FOUND || found == ERROR_PATH_NOT_FOUND;
+    if (missing || (found == NO_ERROR && !S_ISDIR(facts.st_mode))) found = ERROR_DIRECTORY;
+    if (found != NO_ERROR) return static_cast<UINT>(posix::Fail(found));
     std::string stem = folder;
     if (!posix::IsSeparator(stem.back())) stem += '\\';
     stem += std::string_view(prefix).substr(0, 3);

@@ -3,10 +3,13 @@
 #ifndef PLATFORM_POSIX_INTERN_H_
 #define PLATFORM_POSIX_INTERN_H_
 
+#include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -104,9 +107,10 @@ void PieceWritten(int fd, std::size_t size);
 // another open file is in the way. File systems without locks have no sharing rules.
 bool LockOpenFile(int fd, bool alone);
 
-// True where `native` still names the file behind `fd`. A lock is worth nothing before this has
-// been asked: between open and lock the file may have been deleted or moved.
-bool StillNames(const std::string& native, int fd, struct stat& facts);
+// NO_ERROR where `native` still names the file behind `fd`, ERROR_FILE_NOT_FOUND where it does not,
+// else why that cannot be told. A lock is worth nothing before this has been asked: between open
+// and lock the file may have been deleted or moved.
+DWORD StillNames(const std::string& native, int fd, struct stat& facts);
 
 // Opens and locks the regular file `native` against every other open, for a change of its name.
 // A file that its owner may neither read nor write is left unlocked, as nobody can have it open
@@ -139,14 +143,41 @@ DWORD ParseMask(const std::string& full, Path& folder, std::string& mask);
 
 // Finds each component without case and puts the stored spelling into `path.native`; what does not
 // exist stays as given. NO_ERROR, ERROR_FILE_NOT_FOUND where only the last component is missing,
-// else ERROR_PATH_NOT_FOUND.
+// ERROR_PATH_NOT_FOUND where more is, else why that cannot be told.
 DWORD Respell(Path& path);
 
 // Facts of the entry: by its exact name, which costs one system call, else by Respell.
 DWORD FindEntry(Path& path, struct stat& facts);
 
-// The stored name in `folder` that equals `name` without case.
-bool FindSpelling(const std::string& folder, std::string_view name, std::string& stored);
+// The stored name in `folder` that equals `name` without case. NO_ERROR, ERROR_FILE_NOT_FOUND,
+// ERROR_PATH_NOT_FOUND where `folder` is none, else why the folder could not be looked through: a
+// name that was not seen is not free for that.
+DWORD FindSpelling(const std::string& folder, std::string_view name, std::string& stored);
+
+// The error number for a folder that cannot be looked through for `number`.
+DWORD FolderError(int number);
+
+// A walk of a folder.
+class Walk {
+ public:
+  explicit Walk(const std::string& folder)
+      : dir_(opendir(folder.c_str())), error_(dir_ == nullptr ? errno : 0) {}
+  ~Walk() {
+    if (dir_ != nullptr) closedir(dir_);
+  }
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+
+  // The next entry, or null at the end and where the walk fails.
+  const dirent* Next();
+  // errno of what failed so far, else 0.
+  int Error() const { return error_; }
+  int Get() const { return dirfd(dir_); }
+
+ private:
+  DIR* dir_;
+  int error_;
+};
 
 // False for a name that a path in our notation cannot reach.
 bool NameIsCarried(std::string_view name);
@@ -185,7 +216,8 @@ inline bool IsReadOnly(mode_t mode) {
   return (mode & 0222) == 0;
 }
 
-// All attributes, FILE_ATTRIBUTE_NORMAL where there is none.
+// All attributes, FILE_ATTRIBUTE_NORMAL where there is none. Flags whose record cannot be read are
+// the usual ones: no file is lost for its flags.
 DWORD LoadAttributes(const Place& place, dev_t device, ino_t inode, mode_t mode);
 // Stores what the permission bits do not hold. False, with errno, on failure.
 bool StoreFlags(const Place& place, const struct stat& facts, DWORD attributes);
@@ -193,8 +225,8 @@ bool StoreFlags(const Place& place, const struct stat& facts, DWORD attributes);
 void MarkArchive(int fd, const struct stat* facts = nullptr);
 // Forgets what an earlier file with this inode left behind in memory.
 void ForgetFlags(const struct stat& facts);
-// Makes the file behind `fd` read-only.
-void MakeReadOnly(int fd);
+// Makes the file behind `fd` read-only. False, with errno, on failure.
+bool MakeReadOnly(int fd);
 
 // statx(2) with the times that a FILETIME needs.
 bool LoadFacts(const Place& place, struct statx& facts);
@@ -205,7 +237,8 @@ FILETIME WriteTime(const struct statx& facts);
 // --- Files -------------------------------------------------------------------------------------
 
 struct OpenRequest {
-  int flags = 0;  // O_RDONLY, O_WRONLY or O_RDWR
+  int flags = 0;               // O_RDONLY, O_WRONLY or O_RDWR
+  const char* mode = nullptr;  // of the FILE that is wanted, if one is
   bool alone = false;
   bool letsDelete = false;  // the file may be deleted while it is open
   DWORD disposition = OPEN_EXISTING;
@@ -213,12 +246,18 @@ struct OpenRequest {
 };
 
 struct OpenResult {
+  struct Closer {
+    void operator()(std::FILE* open) const { std::fclose(open); }
+  };
+
   Descriptor file;
+  std::unique_ptr<std::FILE, Closer> stream;  // in place of `file` where the request has a mode
   bool existed = false;
 };
 
 // The one way in for handles and FILEs: finds or makes the file, tests the read-only bit, takes the
-// lock, empties it where asked.
+// lock, empties it where asked, which nothing can fail behind. A file that was made goes again
+// where the rest fails.
 DWORD OpenLocked(Path& path, const OpenRequest& request, OpenResult& result);
 
 // A rename that never replaces, also on file systems that have no such call. errno or 0.

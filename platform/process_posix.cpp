@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <list>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -118,7 +119,7 @@ DWORD FindProgram(const std::string& name, std::string& native) {
 // Children whose handle was closed while they ran. They are this process's to bury.
 struct Orphans {
   std::mutex lock;
-  std::vector<pid_t> pids;
+  std::list<pid_t> pids;
 };
 
 Orphans& AllOrphans() {
@@ -128,7 +129,7 @@ Orphans& AllOrphans() {
 
 void BuryOrphans() {
   const std::lock_guard guard(AllOrphans().lock);
-  std::erase_if(AllOrphans().pids, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+  AllOrphans().pids.remove_if([](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
 }
 
 struct Process final : Object {
@@ -136,11 +137,9 @@ struct Process final : Object {
 
   void Close() override {
     if (pid == 0 || Bury() != STILL_ACTIVE || failed) return;
-    Guarded(FALSE, [&] {
-      const std::lock_guard guard(AllOrphans().lock);
-      AllOrphans().pids.push_back(pid);
-      return TRUE;
-    });
+    orphan.front() = pid;
+    const std::lock_guard guard(AllOrphans().lock);
+    AllOrphans().pids.splice(AllOrphans().pids.end(), orphan);
   }
 
   // The exit code, which the kernel tells once; STILL_ACTIVE with `failed` where it does not.
@@ -157,6 +156,7 @@ struct Process final : Object {
 
   Descriptor alive;  // of OpenChild
   pid_t pid = 0;
+  std::list<pid_t> orphan = {0};  // its place among them, had in time
   bool known = false;
   bool failed = false;
   DWORD exitCode = STILL_ACTIVE;
@@ -249,7 +249,8 @@ DWORD Spawn(const std::string& native, std::vector<std::string>& arguments, Proc
   }
   error = errno;  // another thread took the place
   kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
+  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+  }
   return ErrorOf(error);
 }
 
