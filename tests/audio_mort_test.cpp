@@ -148,6 +148,27 @@ TEST_F(AudioMort, WriteFailuresSayWhyAndLeaveWhatWasWritten) {
   source.UsesCompression = 1;  // noise is no stream
   ExpectFailure(source, AUDIO_FORMAT_MORT_GB, "Error decoding sample!", -1);
   ExpectFailure(source, AUDIO_FORMAT_WAV, "Error decompression MORT file!", -1);
+  source.UsesCompression = 2;
+  source.LengthInBytes = 0x80000000;  // more than its codec counts
+  ExpectFailure(source, AUDIO_FORMAT_WAV, "Error decompression MORT file!", -1);
+  Sound endless(Noise(10), 16, 1, 8000);
+  endless.NumSamples = 0xFFFFFFFF;
+  ExpectFailure(endless, AUDIO_FORMAT_MORT_GB, "Error encoding file!", 44);
+}
+
+TEST_F(AudioMort, AFullDiskIsToldUnlessTheRecordIsRefused) {
+  std::filesystem::create_symlink("/dev/full", folder.Native("full"));
+  const std::string full = folder.Path("full");
+  Sound source(Noise(20000), 16, 1, 8000);
+  for (const int format : {AUDIO_FORMAT_WAV, AUDIO_FORMAT_MORT_GSM, AUDIO_FORMAT_MORT_GB}) {
+    EXPECT_EQ(audio_WriteWave(full.c_str(), &source, format), AUDIO_WRITEFAILED);
+    EXPECT_STREQ(AudioErrorMsg, "Error writing to file!");
+  }
+  EXPECT_EQ(mort_WriteWave(full.c_str(), &source, 2), 1);
+  EXPECT_STREQ(AudioErrorMsg, "Illegal codec!");
+  source.UsesCompression = 1;
+  EXPECT_EQ(audio_WriteWave(full.c_str(), &source, AUDIO_FORMAT_MORT_GSM), AUDIO_WRITEFAILED);
+  EXPECT_STREQ(AudioErrorMsg, "Error encoding file!");
 }
 
 TEST_F(AudioMort, SamplesThatARecordOnlyPromisesAreSilence) {
@@ -164,6 +185,10 @@ TEST_F(AudioMort, SamplesThatARecordOnlyPromisesAreSilence) {
       none.UsesCompression = compression;
       ExpectFailure(none, format, "Error encoding file!", -1);
     }
+    Sound empty;
+    empty.BitsPerSample = 16;
+    empty.NumChannels = 1;
+    EXPECT_EQ(Part(Written(empty, format), 16, 28), Bytes(12));
   }
 }
 

@@ -1,5 +1,7 @@
 // Check-out, check-in and the way back where the host or the memory has a say, and where files lie
 // that no walk through the states, which the random walk makes, leaves behind.
+#include <utility>
+
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
@@ -39,6 +41,25 @@ TEST_F(CheckOutTest, EndsWithARedoThatFails) {
   EXPECT_FALSE(access_.IsCheckedOut());
 }
 
+// As a stored node can have them.
+TEST_F(CheckOutTest, LeavesUnknownClassesOutAndNeedsAnExtension) {
+  ImportTwo();
+  ASSERT_EQ(SDSetup::ERROR_OK, setup_.RemoveQualityClass("Low"));
+  qz::string& name = SDTestAccess::Samples(access_).back().fileName;
+  const qz::string whole = std::exchange(name, "no extension");
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTGATHERFILEINFO,
+            Refused([&] { return access_.CheckOut("S:\\out"); }));
+  name = whole;
+  ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
+  EXPECT_THAT(ReadTree(folder_ + "/s/out"),
+              ::testing::ElementsAre(::testing::Key("kick (High).wav")));
+  name = "no extension";
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTGATHERFILEINFO, Refused([&] { return access_.CheckIn(); }));
+  name = whole;
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
+  EXPECT_TRUE(Exists(RawPath("Low")) && Exists(EncodedPath("Low")));
+}
+
 TEST_F(CheckOutTest, EncodesEditsAnewAndInTheSampleFormat) {
   ImportTwo();
   ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
@@ -58,7 +79,8 @@ TEST_F(CheckOutTest, UndoFindsTheOldFileUnderItsExtension) {
     const char* beside;
     const char* taken;
   } cases[] = {{"Low.old.wav", "\\Low.wav"},  // no raw file of that class,
-               {"Lower.wav", "\\Low.wav"},    // nor this
+               {"Lower.wav", "\\Low.wav"},    // nor this,
+               {"Low", "\\Low.wav"},          // nor this
                {"Low.wave", "\\Low.wave"},    // the name that is made is there
                {"Low.aif", "\\Low.wave"}};    // two others: nobody knows which
   for (const auto& [beside, taken] : cases) {

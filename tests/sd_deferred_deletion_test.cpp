@@ -67,8 +67,13 @@ TEST_F(FilesToDelete, AreFoundByTheirPathsWhateverTheSpelling) {
   list_.push_back(files);
   EXPECT_TRUE(list_.check(
       SDTestAccess::Files("s:/DB/a/high.WAV", "S:\\db\\.\\a\\High.esmp", "S:\\db\\\\A")));
-  EXPECT_FALSE(list_.check(SDTestAccess::Files("S:\\db\\a\\High.aif", "S:\\db\\a\\High.esmp",  //
-                                               "S:\\db\\a")));
+  const qz::string other = "S:\\db\\b";
+  for (const SDDeleteInfo& unlike :
+       {SDTestAccess::Files(other, files.getEncodedName(), files.getFolder()),
+        SDTestAccess::Files(files.getRawName(), other, files.getFolder()),
+        SDTestAccess::Files(files.getRawName(), files.getEncodedName(), other)}) {
+    EXPECT_FALSE(list_.check(unlike) || files == unlike);
+  }
 }
 
 TEST_F(FilesToDelete, AreLeftAloneByASetupNodeThatWasRefused) {

@@ -177,9 +177,10 @@ int Search(World& w) {
 }
 
 int Execute(World&) {
+  static const qz::string kLine = "true with arguments";
   qz::ulong result = 7;
   const DIOFile::DIOError error = DIOFile::Execute(
-      "true", result, [](char) {}, [](char) {});
+      kLine, result, [](char) {}, [](char) {});
   EXPECT_EQ(error == DIOFile::ERROR_OK ? 0u : 7u, result);
   return error;
 }
@@ -198,6 +199,7 @@ std::vector<Operation> SoundOperations() {
           Unpack("gsm.mort"),
           Unpack("gb.mort"),
           Write("a.wav", "16.aif", AUDIO_FORMAT_WAV),
+          Write("8.wav", "8.aif", AUDIO_FORMAT_WAV),
           Write("unpacked.wav", "gb.mort", AUDIO_FORMAT_WAV),
           Write("gsm.mort", "16.wav", AUDIO_FORMAT_MORT_GSM),
           Write("gb.mort", "16.wav", AUDIO_FORMAT_MORT_GB)};

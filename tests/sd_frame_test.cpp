@@ -198,6 +198,11 @@ TEST_F(Frame, StopsBrokenContracts) {
   EXPECT_EQ("interfaceDesc!=NULL", assertion);
   base_.ReleaseInterface(&hdbTypeSampleData, nullptr);
   EXPECT_EQ("interfacePtr!=NULL", assertion);
+  int object = 0;
+  base_.ReleaseInterface(static_cast<_GUID*>(nullptr), &object);
+  EXPECT_EQ("guid!=NULL", assertion);
+  base_.ReleaseInterface(static_cast<PGIInterfaceDescriptor*>(nullptr), &object);
+  EXPECT_EQ("interfaceDesc!=NULL", assertion);
   qz::SetAssertHandler(former);
 }
 

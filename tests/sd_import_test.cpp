@@ -2,6 +2,7 @@
 // faults of files. What they leave on the disk and in the bookkeeping the random walk compares.
 #include <algorithm>
 
+#include "tests/audio_helpers.h"
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
@@ -112,6 +113,26 @@ TEST_F(SampleSet, ChangesNothingWithoutTheHostsConsent) {
   EXPECT_EQ(SDAccess::ERROR_READONLY,
             Refused([&] { return access_.ChangeSampleFormat("unknown", kPcm16); }));
   host_.refuseRequest = false;
+}
+
+// What a head promises need not be there, and must fit the 32 bits of lengths and offsets.
+TEST_F(SampleSet, RefusesWhatItsEncodedFileCannotHold) {
+  using namespace audiotest;
+  const struct {
+    qz::ushort channels;
+    qz::ulong frames;
+    qz::uchar format;
+    SDAccess::SDError error;
+  } cases[] = {{1, 0xFFFFFFFF, kPcm16, SDAccess::ERROR_UNSUPPORTEDFORMAT},
+               {3, 0xC0000000, kPcm8, SDAccess::ERROR_UNSUPPORTEDFORMAT},
+               {0, 20, kAdpcm, SDAccess::ERROR_OK}};
+  for (const auto& [channels, frames, format, error] : cases) {
+    SCOPED_TRACE(channels);
+    const Bytes file = AiffFile(AiffCommon(channels, frames, 16, 8000) + AiffSamples(Bytes(8)));
+    WriteBytes(folder_ + "/s/wav/a.aif", {file.begin(), file.end()});
+    EXPECT_EQ(error, access_.ImportSample("S:\\wav\\a.aif", format, "High"));
+    EXPECT_EQ(nullptr, access_.GetDecodedData("High", 0));
+  }
 }
 
 TEST_F(SampleSet, ImportDropsAReadOnlyMark) {

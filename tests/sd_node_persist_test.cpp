@@ -219,6 +219,8 @@ TEST_F(StoredSample, IsNotFoundFromAnotherDrive) {
   EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored, node));
   EXPECT_TRUE(node.Sample().GetQualityClasses().empty());
   host_.filename = "S:\\db\\game.db";
+  host_.loadLocation = "game.db";
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored, node)) << "nor from nowhere";
 }
 
 // A database that moves with its samples finds them without a word about the old place.

@@ -114,6 +114,8 @@ TEST_F(SetupNode, ChangesNoClassWhileASampleIsCheckedOut) {
   setup_.AddQualityClass("High", 1);
   host_.AddSample("first");
   SDAccess& sample = host_.AddSample("second").Sample();
+  FakeNode other(host_, hdbTypeBaseNode, "no sample");
+  other.AddReference(&node_);
   SDTestAccess::CheckedOut(sample) = true;
   EXPECT_EQ(SDSetup::ERROR_SAMPLESARECHECKEDOUT, setup_.AddQualityClass("High", 1, 3));
   EXPECT_EQ(SDSetup::ERROR_SAMPLESARECHECKEDOUT, setup_.AddQualityClass("Low", 2));
@@ -135,6 +137,7 @@ TEST_F(SetupNode, StoresTheFolderRelativeToTheDatabaseWhereItCan) {
       {"S:\\db\\game.db", "S:\\other\\", "..\\other\\"},
       {"S:\\db\\game.db", "T:\\elsewhere\\", "T:\\elsewhere\\"},
       {"S:\\db\\game.db", tooLong, tooLong},
+      {"game.db", "S:\\samples\\", "S:\\samples\\"},    // nowhere yet
       {"S:game.db", "S:\\samples\\", ".\\samples\\"}};  // the colon is a part of its folder
   for (const std::vector<std::string>& row : cases) {
     host_.filename = row[0].c_str();
