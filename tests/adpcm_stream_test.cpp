@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -162,7 +163,8 @@ TEST(Frame, WorkedFrames) {
 }
 
 TEST(Frame, AStrideTouchesOnlyItsOwnSamples) {
-  short table[16] = {2048, 0, 3000, -1000};
+  short table[16];
+  std::fill_n(table, 16, short{1000});  // both samples of history count, whatever the row
   short dense[16];
   std::vector<short> wide(16 * 3, 4242);
   const Samples noise = sounds::Noise(16, 9000, 2);
