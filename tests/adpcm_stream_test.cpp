@@ -64,15 +64,6 @@ TEST(Stream, StatesAreThoseOfTheDecoderForEverySoundLengthAndLoopStart) {
   ExpectConsistent(sounds::Music(1000000, 3), 777777);
 }
 
-TEST(Stream, PaddingIsThatOfZeros) {
-  // Chunks and the end of the stream must not show: the same sound with its zeros written out.
-  Samples sound = sounds::Speech(14336 + 5, 8);
-  const EncodedStream cut = EncodeStream(sound, {});
-  sound.resize(14336 + 14);
-  const EncodedStream whole = EncodeStream(sound, {});
-  EXPECT_EQ(HashStream(cut), HashStream(whole));
-}
-
 TEST(Stream, WithoutALoopNoStateIsCapturedAndTheFramesAreTheSame) {
   const Samples sound = sounds::Music(900, 4);
   const EncodedStream looped = EncodeStream(sound, 500);

@@ -6,63 +6,22 @@
 namespace audiotest {
 namespace {
 
-class AudioSox : public testing::Test {
+class AudioRivals : public testing::Test {
  protected:
   void SetUp() override {
-    if (std::system("sox --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "sox isn't installed";
-  }
-  void Sox(const std::string& arguments) {
-    const std::string command = "cd '" + folder.Native("") + "' && sox -V1 -D " + arguments;
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
-  }
-
-  TempFolder folder;
-};
-
-// Files that it makes, and its own raw form of them: signed little-endian samples.
-TEST_F(AudioSox, AgreesOnTheSamplesOfItsFiles) {
-  folder.Write("in.raw", Noise(12012));
-  const struct {
-    std::string type;
-    int bits, channels;
-    std::string encoding;
-  } cases[] = {
-      {"wav", 8, 1, "unsigned"}, {"wav", 8, 2, "unsigned"}, {"wav", 16, 1, "signed"},
-      {"wav", 16, 2, "signed"},  {"aiff", 8, 1, "signed"},  {"aiff", 8, 2, "signed"},
-      {"aiff", 16, 1, "signed"}, {"aiff", 16, 3, "signed"},
-  };
-  for (const auto& test : cases) {
-    const std::string file = "a." + test.type;
-    const std::string bits = std::to_string(test.bits);
-    const std::string channels = std::to_string(test.channels);
-    SCOPED_TRACE(file + " " + bits + "x" + channels);
-    Sox("-t s16 -L -r 22050 -c " + channels + " in.raw -b " + bits + " -e " + test.encoding +
-        "-integer " + file);
-    Sox(file + " -t s" + bits + " -L a.raw");
-    Sound sound;
-    ASSERT_EQ(audio_ReadWave(folder.Path(file).c_str(), &sound, false), AUDIO_OK) << AudioErrorMsg;
-    EXPECT_EQ(sound.Raw(), folder.Read("a.raw"));
-    EXPECT_EQ(sound.NumSamples * sound.NumChannels, 6006u);
-    EXPECT_EQ(sound.SampleRate, 22050u);
-    EXPECT_EQ(sound.NumChannels, test.channels);
-    EXPECT_EQ(sound.BitsPerSample, test.bits);
-  }
-}
-
-class AudioSndfile : public testing::Test {
- protected:
-  void SetUp() override {
-    if (std::system("command -v sndfile-info sndfile-metadata-set > /dev/null 2>&1") != 0) {
-      GTEST_SKIP() << "libsndfile's programs aren't installed";
+    for (const std::string program : {"sox", "sndfile-info", "sndfile-metadata-set"}) {
+      if (std::system(("command -v " + program + " > /dev/null").c_str()) != 0) {
+        GTEST_SKIP() << program << " isn't installed";
+      }
     }
   }
+  // What the command prints.
   std::string Run(const std::string& command) {
     const std::string whole = "cd '" + folder.Native("") + "' && " + command + " > out 2>&1";
     EXPECT_EQ(std::system(whole.c_str()), 0) << whole;
-    const Bytes text = folder.Read("out");
-    return std::string(text.begin(), text.end());
+    return folder.Get("out");
   }
-  // The numbers that its report of a file gives, each the first match of a pattern.
+  // The numbers that libsndfile's report of a file gives, each the first match of a pattern.
   std::vector<qz::int64> Report(const std::string& file,
                                 std::initializer_list<const char*> wanted) {
     const std::string text = Run("sndfile-info " + file);
@@ -79,7 +38,28 @@ class AudioSndfile : public testing::Test {
   TempFolder folder;
 };
 
-TEST_F(AudioSndfile, AgreesOnNumbersKeyAndLoopOfAWrittenWav) {
+// Files that it makes, and its own raw form of them: signed little-endian samples.
+TEST_F(AudioRivals, SoxAgreesOnTheSamplesOfItsFiles) {
+  folder.Write("in.raw", Noise(12012));
+  for (const std::string options : {"-c 1 -b 8", "-c 2 -b 8", "-c 1 -b 16", "-c 2 -b 16"}) {
+    for (const std::string file : {"a.wav", "a.aiff"}) {
+      SCOPED_TRACE(file + " " + options);
+      Run("sox -V1 -D -t s16 -L -r 22050 " + options.substr(0, 5) + "in.raw " + options + " " +
+          file);
+      Sound sound;
+      ASSERT_EQ(audio_ReadWave(folder.Path(file).c_str(), &sound, false), AUDIO_OK);
+      Run("sox -V1 -D " + file + " -e signed -t raw -L a.raw");
+      EXPECT_EQ(sound.Raw(), folder.Read("a.raw"));
+      EXPECT_EQ(sound.NumSamples * sound.NumChannels, 6006u);
+      EXPECT_EQ(sound.SampleRate, 22050u);
+      EXPECT_EQ(
+          "-c " + std::to_string(sound.NumChannels) + " -b " + std::to_string(sound.BitsPerSample),
+          options);
+    }
+  }
+}
+
+TEST_F(AudioRivals, SndfileAgreesOnNumbersKeyAndLoopOfAWrittenWav) {
   Sound source(Noise(4000), 16, 2, 22050);
   source.OriginalKey = 48;
   source.LoopStart = 10;
@@ -96,7 +76,7 @@ TEST_F(AudioSndfile, AgreesOnNumbersKeyAndLoopOfAWrittenWav) {
 }
 
 // Its markers are positions, and the sample in front of the second ends our loop.
-TEST_F(AudioSndfile, AgreesOnAnAiff) {
+TEST_F(AudioRivals, SndfileAgreesOnAnAiff) {
   const Bytes file = AiffFile(AiffCommon(1, 600, 16, 44100) + AiffMarks({{100, ""}, {500, ""}}, 2) +
                               AiffInst(72, 2, 0) + AiffSamples(Noise(1200)));
   const std::string path = folder.Write("m.aiff", file);

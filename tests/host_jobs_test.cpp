@@ -20,7 +20,6 @@ class Jobs : public HostTest {
       folder.Put(name, Wav({.channels = 1 + i % 2, .length = 5000 * (9 - i)}));
     }
     folder.Put("s4.wav", "no sound at all");
-    std::filesystem::create_directory(folder / "more");
     folder.Put("more/s1.wav", Wav({.length = 14}));
   }
 
@@ -64,14 +63,13 @@ TEST_F(Jobs, LeaveNothingOfWhatWasUndoneOrDropped) {
       {"remove s0\nundo\nsave", 4},
   };
   for (const auto& [script, files] : filesBehind) {
-    const Folder fresh;
-    std::filesystem::copy_file(folder / "s0.wav", fresh / "s0.wav");
-    std::filesystem::copy_file(folder / "s1.wav", fresh / "s1.wav");
-    fresh.Put("script", "import s0.wav s1.wav --class High --format ADPCM -j 2\n" + script);
-    ASSERT_EQ(RunHost(fresh, {"new", "game.db", "--class", "High=1"}).code, 0);
-    EXPECT_EQ(RunHost(fresh, {"open", "game.db", "--script", "script"}).code, 0) << script;
-    EXPECT_EQ(FilesIn(fresh / "samples").size(), files) << script;
-    EXPECT_EQ(RunHost(fresh, {"verify", "game.db"}).code, 0) << script;
+    SCOPED_TRACE(script);
+    Run(0, "new fresh.db --class High=1 --folder fresh");
+    Script(0, "import s0.wav s1.wav --class High --format ADPCM -j 2\n" + script, "fresh.db");
+    EXPECT_EQ(FilesIn(folder / "fresh").size(), files);
+    Run(0, "verify fresh.db");
+    std::filesystem::remove(folder / "fresh.db");
+    std::filesystem::remove_all(folder / "fresh");
   }
 }
 
@@ -86,9 +84,8 @@ TEST_F(Jobs, GoOnWhereAWorkerDies) {
   std::vector<std::string> files;
   for (const char* name : {"s0.wav", "s1.wav", "s2.wav", "s3.wav", "s5.wav", "s6.wav"})
     files.push_back(folder / name);
-  qz::uchar adpcm = 2;
   const ImportResult result = samplehost::ImportFiles(
-      session, files, {"High", adpcm, "", 2}, [](std::size_t number, std::size_t, const auto&) {
+      session, files, {"High", 2, "", 2}, [](std::size_t number, std::size_t, const auto&) {
         // Both are idle or at work here; those that are idle get their next file all the same.
         if (number == 3) {
           for (const pid_t child : Children())

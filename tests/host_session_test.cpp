@@ -107,33 +107,6 @@ TEST_F(SessionTest, AWholeSaveBehindAFailedOneSavesAllAndTidiesUp) {
   Run(0, "class game.db remove Mid");
 }
 
-TEST_F(SessionTest, WhatIsNotSavedGoesWithTheFilesItMade) {
-  const std::set<std::string> before = FilesIn(folder.path);
-  {
-    const auto session = Open();
-    ChangeFormat(*session, "kick");
-    const std::string sound = folder.Path("kick.wav");
-    ASSERT_EQ(session->AddNode("new").sample().ImportSample(sound.c_str(), 5, "High"),
-              SDAccessInterface::ERROR_OK);
-    session->root().DeleteNode(&session->Require("other"));
-    EXPECT_EQ(session->root().undo().size(), 3u);
-    EXPECT_GT(FilesIn(folder.path).size(), before.size());
-  }
-  EXPECT_EQ(FilesIn(folder.path), before);
-  EXPECT_EQ(List()["nodes"].size(), 2u);
-}
-
-TEST_F(SessionTest, UndoRecordsOutliveEveryNode) {
-  const auto session = Open();
-  ChangeFormat(*session, "kick");
-  session->root().DeleteNode(&session->Require("kick"));
-  session->root().DeleteNode(&session->Require("other"));
-  EXPECT_TRUE(session->root().samples().empty());
-  EXPECT_EQ(session->root().undo().size(), 3u);
-  EXPECT_TRUE(session->root().setup()->GetNodesReferencing().empty());
-  session->Save();  // and the records go through an object made for that purpose
-}
-
 TEST_F(SessionTest, ADamagedNodeKeepsItsPayloadByteForByte) {
   const std::string database = folder / "game.db";
   const std::string whole = PayloadOf(database, "kick");

@@ -89,7 +89,9 @@ TEST_F(Shell, StopsAtTheFailingLineAndDropsWhatWasNotSaved) {
   EXPECT_EQ(List()["nodes"].size(), 3u);
   // An end with unsaved changes is a failure unless they are dropped by word.
   Script(1, "import other.wav --class Low --format PCM8\nquit\n");
-  Script(0, "import other.wav --class Low --format PCM8\nquit --discard\nfrobnicate\n");
+  Script(0,
+         "import other.wav --class Low --format PCM8\nformat kick-2 High ADPCM\ndelete other\n"
+         "quit --discard\nfrobnicate\n");
   Run(1, "open game.db --script missing.txt");
   ExpectTidy();
 }
