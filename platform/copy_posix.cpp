@@ -20,14 +20,33 @@ class Draft {
  public:
   explicit Draft(const std::string& target) : target_(target) {}
   ~Draft() {
-    struct stat facts;
-    if (!published_ && file_.IsOpen() && fstat(file_.Get(), &facts) == 0) ForgetFlags(facts);
+    if (!published_) ForgetFlags(facts_);
     if (!name_.empty()) unlink(name_.c_str());
   }
   Draft(const Draft&) = delete;
   Draft& operator=(const Draft&) = delete;
 
   // The functions answer 0 or errno.
+  int Start(mode_t mode) {
+    const int result = Open(mode);
+    if (result != 0) return result;
+    if (fstat(file_.Get(), &facts_) != 0) return errno;
+    ForgetFlags(facts_);
+    return 0;
+  }
+
+  int Publish(bool replace) {
+    const int result = Name(replace);
+    published_ = result == 0;
+    return result;
+  }
+
+  int Get() const { return file_.Get(); }
+  const struct stat& Facts() const { return facts_; }
+
+ private:
+  static constexpr unsigned kMaxTries = 1000;
+
   int Open(mode_t mode) {
     const std::string folder = target_.substr(0, target_.rfind('/') + 1);
     file_.Reset(OpenNative(folder, O_TMPFILE | O_RDWR, mode));
@@ -44,17 +63,6 @@ class Draft {
     }
     return EEXIST;
   }
-
-  int Publish(bool replace) {
-    const int result = Name(replace);
-    published_ = result == 0;
-    return result;
-  }
-
-  int Get() const { return file_.Get(); }
-
- private:
-  static constexpr unsigned kMaxTries = 1000;
 
   int Name(bool replace) {
     if (!replace) {
@@ -93,6 +101,7 @@ class Draft {
   const std::string& target_;
   std::string name_;
   Descriptor file_;
+  struct stat facts_ {};  // as it was made
   bool published_ = false;
 };
 
@@ -155,19 +164,16 @@ int CopyData(int source, int target, off_t size) {
 DWORD CopyOpenFile(int source, const struct stat& facts, const std::string& to, bool replace) {
   const mode_t mode = facts.st_mode & 0777;
   Draft draft(to);
-  int result = draft.Open(mode | S_IWUSR);
+  int result = draft.Start(mode | S_IWUSR);
   if (result == 0) result = CopyData(source, draft.Get(), facts.st_size);
   if (result != 0) return ErrorOf(result);
 
-  struct stat made;
-  if (fstat(draft.Get(), &made) != 0) return ErrorOf(errno);
-  ForgetFlags(made);
   const DWORD attributes =
       LoadAttributes({source, nullptr}, facts.st_dev, facts.st_ino, facts.st_mode);
   constexpr DWORD kSpecial =
       FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_TEMPORARY;
   if ((attributes & kSpecial) != 0 &&
-      !StoreFlags({draft.Get(), nullptr}, made, attributes | FILE_ATTRIBUTE_ARCHIVE)) {
+      !StoreFlags({draft.Get(), nullptr}, draft.Facts(), attributes | FILE_ATTRIBUTE_ARCHIVE)) {
     return ErrorOf(errno);
   }
   if (IsReadOnly(mode) && !MakeReadOnly(draft.Get())) return ErrorOf(errno);

@@ -9,6 +9,9 @@
 
 class PlatformTest : public testing::Test {
  protected:
+  explicit PlatformTest(const std::string& parent = std::filesystem::temp_directory_path())
+      : folder_(parent) {}
+
   void SetUp() override { platform::MountDrive('T', root_); }
 
   void TearDown() override {
