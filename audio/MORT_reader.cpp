@@ -5,6 +5,7 @@
 #include "audio/MORT_format.h"
 #include "audio/audio_intern.h"
 #include "audio/io.h"
+#include "common/byte_order.h"
 #include "platform/platform.h"
 
 namespace {
@@ -15,11 +16,8 @@ struct Head {
 
   // A number that the file doesn't hold whole is 0.
   qz::ulong Number(std::size_t offset, std::size_t size) const {
-    qz::ulong value = 0;
-    for (std::size_t i = size; i-- > 0 && offset + size <= given;) {
-      value = value << 8 | bytes[offset + i];
-    }
-    return value;
+    if (offset + size > given) return 0;
+    return static_cast<qz::ulong>(qz::LittleEndian(bytes + offset, size));
   }
   qz::ushort Short(std::size_t offset) const { return static_cast<qz::ushort>(Number(offset, 2)); }
 };

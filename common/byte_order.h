@@ -19,6 +19,14 @@ constexpr uint64 Swapped(uint64 value) {
   return __builtin_bswap64(value);
 }
 
+// The number whose `size` bytes, at most 8, stand with the lowest in front.
+inline uint64 LittleEndian(const uchar* bytes, std::size_t size) {
+  uint64 value = 0;
+  for (std::size_t i = 0; i < size; ++i)
+    value |= uint64{bytes[i]} << (8 * i);
+  return value;
+}
+
 // Turns the bytes of each of the numbers of type T round that stand in `size` bytes at any
 // alignment; a last part of a number is left alone. In one place, because compilers make vector
 // code only of a loop whose ends cannot overlap; not inline, because g++ 12 warns of lengths that

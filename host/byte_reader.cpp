@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "common/byte_order.h"
+
 namespace samplehost {
 
 namespace {
@@ -73,10 +75,7 @@ U64 ByteReader::Number(std::size_t size, std::string_view what, bool bigEndian) 
   unsigned char bytes[8] = {};
   Take(bytes, size, what);
   if (bigEndian) std::reverse(bytes, bytes + size);
-  U64 value = 0;
-  for (std::size_t i = size; i-- > 0;)
-    value = value << 8 | bytes[i];
-  return value;
+  return qz::LittleEndian(bytes, size);
 }
 
 ByteReader ByteReader::At(U64 from) const {

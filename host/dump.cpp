@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "PublicIncludes/kelvo_tarvanesampledata.h"
+#include "common/byte_order.h"
 #include "host/dump_intern.h"
 #include "host/sound_layout.h"
 
@@ -29,11 +30,8 @@ constexpr U64 kNodeVersion = 0x00010000;
 constexpr U64 kMostSamples = 0xFFFF;  // that a node's reader counts
 
 std::string GuidText(const unsigned char* bytes) {
-  const auto number = [bytes](int from, int size) {
-    unsigned value = 0;
-    for (int i = size; i-- > 0;)
-      value = value << 8 | bytes[from + i];
-    return value;
+  const auto number = [bytes](std::size_t from, std::size_t size) {
+    return qz::LittleEndian(bytes + from, size);
   };
   std::string tail;
   for (int i = 8; i < 16; ++i)

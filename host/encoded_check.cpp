@@ -12,6 +12,7 @@
 
 #include "PublicIncludes/kelvo_tarvanesampledata.h"
 #include "adpcm/adpcm.h"
+#include "common/byte_order.h"
 
 namespace samplehost {
 
@@ -40,15 +41,10 @@ constexpr U64 kLoopPS = 40;
 constexpr U64 kInitialPS = 41;
 constexpr U64 kBlockCount = 44;
 
-U64 Number(const unsigned char* bytes, std::size_t size) {
-  U64 value = 0;
-  for (std::size_t i = size; i-- > 0;)
-    value = value << 8 | bytes[i];
-  return value;
-}
+using qz::LittleEndian;
 
 short Value(const unsigned char* bytes) {
-  return static_cast<short>(Number(bytes, 2));
+  return static_cast<short>(LittleEndian(bytes, 2));
 }
 
 struct Broken {
@@ -84,10 +80,10 @@ class Frames {
 
   void Check() {
     const U64 count = FramesOf(head_.numbers.length);
-    Require(Number(extra_ + kRowCount, 2) == kRows && Number(extra_ + kOrder, 2) == 2,
+    Require(LittleEndian(extra_ + kRowCount, 2) == kRows && LittleEndian(extra_ + kOrder, 2) == 2,
             "the table has another shape");
     if (head_.compType == Format::COMPTYPE_ADPCMPLUS) {
-      Require(Number(extra_ + kBlockCount, 4) == count, "not every frame has its state");
+      Require(LittleEndian(extra_ + kBlockCount, 4) == count, "not every frame has its state");
     }
     if (count > 0) Require(extra_[kInitialPS] == data_[0], "the first frame is not as noted");
     short coefs[kCoefs];
@@ -148,11 +144,11 @@ std::optional<Bytes> ReadAll(const std::string& native, std::ifstream& stream) {
 void ReadHead(const Bytes& file, EncodedHead& head) {
   if (file.size() < kHeadSize) throw Broken{"it ends in its head"};
   if (std::memcmp(file.data(), "ESMP", 4) != 0) throw Broken{"it is no encoded sample"};
-  head.numChannels = static_cast<std::uint32_t>(Number(file.data() + 4, 2));
-  head.compType = static_cast<std::uint32_t>(Number(file.data() + 6, 2));
-  head.numbers = {static_cast<std::uint32_t>(Number(file.data() + 8, 4)),
-                  Number(file.data() + 16, 8), Number(file.data() + 24, 8),
-                  Number(file.data() + 32, 8)};
+  head.numChannels = static_cast<std::uint32_t>(LittleEndian(file.data() + 4, 2));
+  head.compType = static_cast<std::uint32_t>(LittleEndian(file.data() + 6, 2));
+  head.numbers = {static_cast<std::uint32_t>(LittleEndian(file.data() + 8, 4)),
+                  LittleEndian(file.data() + 16, 8), LittleEndian(file.data() + 24, 8),
+                  LittleEndian(file.data() + 32, 8)};
   if (head.compType < Format::COMPTYPE_RAW || head.compType > Format::COMPTYPE_ADPCMVS) {
     throw Broken{fmt::format("its format {} is none", head.compType)};
   }
@@ -164,12 +160,12 @@ void CheckChannel(Bytes& file, const EncodedHead& head, unsigned channel) {
   const U64 entry = kHeadSize + U64{4} * channel;
   const U64 table = kHeadSize + U64{4} * head.numChannels;
   if (table > file.size()) throw Broken{"it ends in its channel table"};
-  const U64 at = Number(file.data() + entry, 4);
+  const U64 at = LittleEndian(file.data() + entry, 4);
   if (at < table || at + kChunkHeadSize > file.size()) {
     throw Broken{fmt::format("channel {} lies outside the file", channel)};
   }
-  const U64 dataSize = Number(file.data() + at, 4);
-  const U64 extraSize = Number(file.data() + at + 4, 4);
+  const U64 dataSize = LittleEndian(file.data() + at, 4);
+  const U64 extraSize = LittleEndian(file.data() + at + 4, 4);
   if (dataSize != DataSize(head) || extraSize != ExtraSize(head)) {
     throw Broken{fmt::format("channel {} has {} + {} bytes where {} + {} belong", channel, dataSize,
                              extraSize, DataSize(head), ExtraSize(head))};

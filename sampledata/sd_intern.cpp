@@ -167,7 +167,8 @@ bool SDDeleteInfoList::exec() const {
     std::set<qz::string> folders;
     qz::ulong left = bookMark;
     for (const SDDeleteInfo& entry : entries) {
-      if (left-- == 0) break;
+      if (left == 0) break;
+      --left;
       qz::string folder;
       entry.exec(folder);
       folders.insert(folder);
