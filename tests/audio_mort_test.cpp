@@ -261,18 +261,6 @@ TEST(AudioGB, RowsOfSilentBlocksBecomeMarkers) {
   }
 }
 
-TEST(AudioGB, AFirstNibbleOf7IsAMarkerUnlessTheEncoderChangedIt) {
-  std::vector<short> samples(64, -1);
-  samples[2] = -32768;     // nibble 0
-  samples[3] = -5 * 4096;  // nibble 3
-  Bytes stream = EncodeGB(samples);
-  EXPECT_EQ(stream, (Bytes{0x87, 0x03}) + Bytes(14, 0x77) + Bytes{0x87} + Bytes(15, 0x77));
-  samples.resize(32);
-  stream = EncodeGB(samples);
-  EXPECT_EQ(stream, (Bytes{0x77, 0x03}) + Bytes(14, 0x77));
-  EXPECT_EQ(DecodeGB(stream), std::vector<short>(96, 2048));
-}
-
 TEST(AudioGB, DecoderTakesMarkersByTheirByteAndDropsATail) {
   EXPECT_TRUE(DecodeGB(Marker(0) + Bytes(15, 0)).empty());
   EXPECT_EQ(DecodeGB(Marker(255)).size(), 8160u);

@@ -1,4 +1,6 @@
-// WAV files and what the front end makes of them.
+// WAV and AIFF files, and what the front end makes of them.
+#include <limits>
+
 #include "platform/platform.h"
 #include "tests/audio_helpers.h"
 
@@ -12,15 +14,11 @@ Bytes Format(qz::ushort tag, qz::ushort channels, qz::ulong rate, qz::ushort bit
                            Le(bits, 2));
 }
 
-Bytes Smpl(qz::ulong key, qz::ulong numLoops, qz::ulong start, qz::ulong end, qz::ulong plays) {
-  return Chunk("smpl", Words({1, 2, 3, key, 5, 6, 7, numLoops, 9, 10, 2, start, end, 14, plays}));
-}
-
-class AudioWav : public testing::Test {
+class AudioFiles : public testing::Test {
  protected:
   // Both ways of reading; their numbers must agree. `sound` has the whole one.
-  int Read(const Bytes& chunks) {
-    const std::string path = folder.Write("a.wav", Riff(chunks));
+  int Read(const Bytes& file) {
+    const std::string path = folder.Write("file", file);
     std::free(sound.Samples);
     const int infoResult = audio_GetFileInfo(path.c_str(), &sound);
     const std::string message = AudioErrorMsg;
@@ -32,9 +30,13 @@ class AudioWav : public testing::Test {
     EXPECT_EQ(NumbersOf(sound), numbers);
     return result;
   }
+  // Nobody looks at the size of the whole.
   static Bytes Riff(const Bytes& chunks) {
     return Text("RIFF") + Le(0x12345678, 4) + Text("WAVE") + chunks;
   }
+  static Bytes Form(const Bytes& chunks) { return Text("FORM") + Be(0, 4) + Text("AIFF") + chunks; }
+  int ReadWav(const Bytes& chunks) { return Read(Riff(chunks)); }
+  int ReadAiff(const Bytes& chunks) { return Read(Form(chunks)); }
   Bytes Written(Sound& source) {
     EXPECT_EQ(audio_WriteWave(folder.Path("w.wav").c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_OK)
         << AudioErrorMsg;
@@ -45,7 +47,7 @@ class AudioWav : public testing::Test {
   Sound sound;
 };
 
-TEST_F(AudioWav, PlainFileFillsTheRecordWhateverTheOrderOfItsChunks) {
+TEST_F(AudioFiles, WavPlainFileFillsTheRecordWhateverTheOrderOfItsChunks) {
   const Bytes samples = Samples({0x201, -2, -32768, 32767});
   const Bytes data = Chunk("data", samples);
   const Bytes format = Format(1, 2, 22050, 16);
@@ -53,53 +55,42 @@ TEST_F(AudioWav, PlainFileFillsTheRecordWhateverTheOrderOfItsChunks) {
   const Bytes extended = Chunk("fmt ", Part(format, 8, 24) + Le(22, 2) + Bytes(22));
   for (const Bytes& chunks :
        {format + data, data + format, odd + format + odd + data + odd, extended + data}) {
-    ASSERT_EQ(Read(chunks), AUDIO_OK) << AudioErrorMsg;
+    ASSERT_EQ(ReadWav(chunks), AUDIO_OK) << AudioErrorMsg;
     EXPECT_STREQ(AudioErrorMsg, "");
     EXPECT_EQ(NumbersOf(sound), (Numbers{0, 8, 22050, 2, 16, 2, 60, 0, kNo, kNo, 0, 0}));
     EXPECT_EQ(sound.Raw(), samples);
   }
 }
 
-TEST_F(AudioWav, SmplChunkGivesKeyAndFirstLoop) {
-  const struct {
-    Bytes smpl;
-    qz::int64 key, start, end, type, count;
-  } cases[] = {
-      {Smpl(72, 0, 10, 20, 3), 72, kNo, kNo, 0, 0},
-      {Smpl(72, 1, 10, 20, 3), 72, 10, 20, 1, 3},
-      {Smpl(72, 2, 10, 20, 0), 72, 10, 20, 1, -1},
-      {Smpl(0x1FFFF, kNo, 0xFFFFFFF0, 0, 0xFFFFFFFF), -1, 0xFFFFFFF0, 0, 1, -1},
-  };
-  for (const auto& test : cases) {
-    ASSERT_EQ(Read(test.smpl + Format(1, 1, 8000, 8) + Chunk("data", Bytes(4, 0x80))), AUDIO_OK);
-    EXPECT_EQ(NumbersOf(sound), (Numbers{0, 4, 8000, 4, 8, 1, test.key, 0, test.start, test.end,
-                                         test.type, test.count}));
-    EXPECT_EQ(sound.Raw(), Bytes(4, 0));
-  }
-}
-
-TEST_F(AudioWav, RefusalsSayWhy) {
+TEST_F(AudioFiles, RefusalsSayWhy) {
   const Bytes data = Chunk("data", Bytes(4));
   const auto junk = [&](qz::ulong size) {  // its size steps backwards where distances have 32 bits
-    return Text("junk") + Le(size, 4) + Format(1, 1, 8000, 8) + data;
+    return Riff(Text("junk") + Le(size, 4) + Format(1, 1, 8000, 8) + data);
   };
+  const Bytes common = AiffCommon(1, 0, 16, 8000);
   const struct {
-    Bytes chunks;
+    Bytes file;
     const char* message;
+    int result = AUDIO_BADCONTENT;
   } cases[] = {
-      {data, "Error locating `fmt ' chunk!"},
+      {Riff(data), "Error locating `fmt ' chunk!"},
       {junk(0x7FFFFFFF), "Error locating `fmt ' chunk!"},
       {junk(0xFFFFFFF8), "Error locating `fmt ' chunk!"},
       {junk(0xFFFFFFFF), "Error locating `fmt ' chunk!"},
-      {Format(3, 1, 8000, 32) + data, "Unsupported compression scheme (3)!"},
-      {Format(0xFFFE, 1, 8000, 16) + data, "Unsupported compression scheme (65534)!"},
-      {Format(1, 1, 8000, 16), "Error locating `data' chunk!"},
-      {Format(1, 1, 8000, 16) + Text("dat"), "Error locating `data' chunk!"},
-      {Format(1, 1, 8000, 24) + data, "Unsupported bits per sample (24)!"},
-      {data + Text("fmt ") + Le(16, 4) + Le(1, 2) + Bytes{2}, "Unsupported bits per sample (0)!"},
+      {Riff(Format(3, 1, 8000, 32) + data), "Unsupported compression scheme (3)!"},
+      {Riff(Format(0xFFFE, 1, 8000, 16) + data), "Unsupported compression scheme (65534)!"},
+      {Riff(Format(1, 1, 8000, 16)), "Error locating `data' chunk!"},
+      {Riff(Format(1, 1, 8000, 16) + Text("dat")), "Error locating `data' chunk!"},
+      {Riff(Format(1, 1, 8000, 24) + data), "Unsupported bits per sample (24)!"},
+      {Form(AiffSamples({})), "Error locating `COMM' chunk!"},
+      {Form(common), "Error locating `SSND' chunk!"},
+      {Form(AiffCommon(1, 0, 24, 8000) + AiffSamples({})), "Unsupported bits per sample (24)!"},
+      {Form(common + BeChunk("SSND", Bytes(7))), "Out of memory!", AUDIO_NOMEMORY},
+      {Riff(data + Text("fmt ") + Le(16, 4) + Le(1, 2) + Bytes{2}),
+       "Unsupported bits per sample (0)!"},
   };
   for (const auto& test : cases) {
-    EXPECT_EQ(Read(test.chunks), AUDIO_BADCONTENT);
+    EXPECT_EQ(Read(test.file), test.result);
     EXPECT_STREQ(audio_ErrorMsg, test.message);
   }
   EXPECT_EQ(sound.NumChannels, 2u);  // what the cut format chunk gave
@@ -107,11 +98,11 @@ TEST_F(AudioWav, RefusalsSayWhy) {
   EXPECT_STREQ(audio_ErrorMsg, "");
 }
 
-TEST_F(AudioWav, OtherFilesAreMissingOrOfNoType) {
+TEST_F(AudioFiles, OtherFilesAreMissingOrOfNoType) {
   const std::string missing = folder.Path("none.wav");
   EXPECT_EQ(audio_ReadWave(missing.c_str(), &sound, false), AUDIO_NOTFOUND);
   EXPECT_EQ(AudioErrorMsg, "File `" + missing + "' not found!");
-  for (const char* text : {"", "RIFF....WAV", "RIFX....WAVE", "RIFF....AVI "}) {
+  for (const char* text : {"", "RIFF....WAV", "RIFX....WAVE", "RIFF....AVI ", "FORM....AIFC"}) {
     const std::string path = folder.Write("a.txt", Text(text));
     EXPECT_EQ(audio_ReadWave(path.c_str(), &sound, true), AUDIO_UNKNOWNTYPE);
     std::free(sound.Stream);  // its file is closed
@@ -122,42 +113,27 @@ TEST_F(AudioWav, OtherFilesAreMissingOrOfNoType) {
   EXPECT_EQ(AudioErrorMsg, "File `" + std::string(AUDIO_ERRORMSGSIZE - 1 - 6, 'x'));
 }
 
-TEST_F(AudioWav, StreamingIsRefusedAndTheFileLeftToTheStream) {
-  const Bytes file = Riff(Format(1, 1, 8000, 16) + Chunk("data", {}));
-  EXPECT_EQ(audio_ReadWave(folder.Write("a.wav", file).c_str(), &sound, true), AUDIO_NOSTREAMING);
-  EXPECT_STREQ(AudioErrorMsg, "Streaming not yet implemented!");
-  ASSERT_NE(sound.Stream, nullptr);
-  EXPECT_EQ(std::fclose(sound.Stream->fhandle), 0);
-  std::free(sound.Stream);
-}
-
-TEST_F(AudioWav, WhatTheFileDoesNotHoldIsSilence) {
-  const Bytes format = Format(1, 1, 8000, 8);
-  const Bytes three = {0x90, 0x91, 0x92};
-  ASSERT_EQ(Read(format + Text("data") + Le(6, 4) + three), AUDIO_OK);
-  EXPECT_EQ(sound.Raw(), (Bytes{0x10, 0x11, 0x12, 0, 0, 0}));
-  ASSERT_EQ(Read(Format(1, 1, 8000, 16) + Text("data") + Le(7, 4) + three), AUDIO_OK);
-  EXPECT_EQ(sound.NumSamples, 3u);
-  EXPECT_EQ(sound.Raw(), three + Bytes(4));
-  // A chunk head is one as soon as its name is whole.
-  for (const Bytes& empty : {format, Format(1, 1, 8000, 16)}) {
-    ASSERT_EQ(Read(empty + Text("data")), AUDIO_OK);
-    EXPECT_EQ(sound.Raw(), Bytes{});
+TEST_F(AudioFiles, StreamingIsRefusedAndTheFileLeftToTheStream) {
+  for (const Bytes& file : {Riff(Format(1, 1, 8000, 16) + Chunk("data", {})),
+                            Form(AiffCommon(1, 0, 16, 8000) + AiffSamples({}))}) {
+    EXPECT_EQ(audio_ReadWave(folder.Write("file", file).c_str(), &sound, true), AUDIO_NOSTREAMING);
+    EXPECT_STREQ(AudioErrorMsg, "Streaming not yet implemented!");
+    ASSERT_NE(sound.Stream, nullptr);
+    EXPECT_EQ(std::fclose(sound.Stream->fhandle), 0);
+    std::free(sound.Stream);
   }
-  ASSERT_EQ(Read(format + Text("data") + Bytes{5, 1}), AUDIO_OK);
-  EXPECT_EQ(sound.Raw(), Bytes(0x105));
 }
 
-TEST_F(AudioWav, ChannelsDivideTheLengthWherePossible) {
-  ASSERT_EQ(Read(Format(1, 0, 8000, 16) + Chunk("data", Bytes(8))), AUDIO_OK);
+TEST_F(AudioFiles, WavChannelsDivideTheLengthWherePossible) {
+  ASSERT_EQ(ReadWav(Format(1, 0, 8000, 16) + Chunk("data", Bytes(8))), AUDIO_OK);
   EXPECT_EQ(sound.NumSamples, 0u);
-  ASSERT_EQ(Read(Format(1, 65535, 8000, 16) + Text("data") + Le(0xFFFFFFFF, 4)), AUDIO_OK);
+  ASSERT_EQ(ReadWav(Format(1, 65535, 8000, 16) + Text("data") + Le(0xFFFFFFFF, 4)), AUDIO_OK);
   EXPECT_EQ(sound.NumSamples, 0xFFFFFFFFu / (65535u * 2));
-  ASSERT_EQ(Read(Format(1, 2, 8000, 16) + Chunk("data", Bytes(401))), AUDIO_OK);
+  ASSERT_EQ(ReadWav(Format(1, 2, 8000, 16) + Chunk("data", Bytes(401))), AUDIO_OK);
   EXPECT_EQ(sound.NumSamples, 100u);
 }
 
-TEST_F(AudioWav, WrittenFileIsLaidOutFieldByFieldWithALoopWhereBothEndsAreSet) {
+TEST_F(AudioFiles, WavWrittenFileIsLaidOutFieldByFieldWithALoopWhereBothEndsAreSet) {
   const struct {
     qz::ulong start, end;
     qz::slong count;
@@ -180,7 +156,7 @@ TEST_F(AudioWav, WrittenFileIsLaidOutFieldByFieldWithALoopWhereBothEndsAreSet) {
   }
 }
 
-TEST_F(AudioWav, RoundTripKeepsTheRecordAndOddSizesArePadded) {
+TEST_F(AudioFiles, WavRoundTripKeepsTheRecordAndOddSizesArePadded) {
   for (const std::size_t size : {102u, 16383u, 20001u}) {
     for (const qz::ushort bits : std::initializer_list<qz::ushort>{8, 16}) {
       Sound source(Noise(size), bits, 3, 48000);
@@ -192,7 +168,7 @@ TEST_F(AudioWav, RoundTripKeepsTheRecordAndOddSizesArePadded) {
       const Bytes file = Written(source);
       EXPECT_EQ(file.size(), 44 + size + size % 2 + 68);
       EXPECT_EQ(file[44], source.Raw()[0] ^ (bits == 8 ? 0x80 : 0));
-      ASSERT_EQ(Read(Part(file, 12, file.size())), AUDIO_OK);
+      ASSERT_EQ(ReadWav(Part(file, 12, file.size())), AUDIO_OK);
       EXPECT_EQ(NumbersOf(sound),
                 NumbersOf(source));  // the key too: "smpl" was found behind the pad
       const std::size_t whole = bits == 16 ? size / 2 * 2 : size;
@@ -202,7 +178,7 @@ TEST_F(AudioWav, RoundTripKeepsTheRecordAndOddSizesArePadded) {
   }
 }
 
-TEST_F(AudioWav, DegenerateRecordsAreWrittenOrRefusedWhole) {
+TEST_F(AudioFiles, WavDegenerateRecordsAreWrittenOrRefusedWhole) {
   Sound none({}, 8, 1, 0);
   const Bytes file = Written(none);
   EXPECT_EQ(file.size(), 88u);
@@ -225,6 +201,41 @@ TEST_F(AudioWav, DegenerateRecordsAreWrittenOrRefusedWhole) {
   EXPECT_EQ(audio_WriteWave(path.c_str(), &source, AUDIO_FORMAT_WAV), AUDIO_WRITEFAILED);
   EXPECT_STREQ(AudioErrorMsg, "");
   EXPECT_FALSE(std::filesystem::exists(folder.Native("x.wav")));
+}
+
+TEST_F(AudioFiles, AiffRateIsTheWholePartInSixteenBits) {
+  const struct {
+    double rate;
+    qz::ulong expected;
+  } cases[] = {{22050.5, 22050}, {96000, 30464},  {65536, 0},
+               {-1.5, 65535},    {-65537, 65535}, {4294979641, 12345},
+               {1e300, 0},       {0.99, 0},       {std::numeric_limits<double>::infinity(), 0}};
+  for (const auto& test : cases) {
+    ASSERT_EQ(ReadAiff(AiffCommon(1, 0, 16, test.rate) + AiffSamples({})), AUDIO_OK);
+    EXPECT_EQ(sound.SampleRate, test.expected) << test.rate;
+  }
+}
+
+TEST_F(AudioFiles, AiffKeyAndLoopComeFromInstrumentAndMarkerOrder) {
+  const Bytes two = AiffMarks({{100, "even"}, {500, "odd"}}, 2);
+  const Bytes three = AiffMarks({{100, "odd"}, {500, ""}, {1, "x"}}, 3);
+  const struct {
+    Bytes chunks;
+    qz::int64 key, start, end, type, count;
+  } cases[] = {
+      {AiffInst(72, 0, 0) + two, 72, 100, 499, 0, 0},
+      {two + AiffInst(200, 0, 5), 200, 100, 499, 0, 0},
+      {AiffInst(72, 2, 0), 72, kNo, kNo, 1, -1},
+      {AiffInst(72, 0x200, 1) + three, 72, 100, 499, 2, -1},
+      {AiffMarks({{100, "x"}, {500, ""}}, 1), 60, 100, kNo, 0, 0},
+      {AiffMarks({{100, ""}, {0, ""}}, 2), 60, 100, kNo, 0, 0},
+      {AiffMarks({}, 0), 60, kNo, kNo, 0, 0},
+  };
+  for (const auto& test : cases) {
+    ASSERT_EQ(ReadAiff(AiffCommon(1, 0, 16, 8000) + test.chunks + AiffSamples({})), AUDIO_OK);
+    EXPECT_EQ(NumbersOf(sound), (Numbers{0, 0, 8000, 0, 16, 1, test.key, 0, test.start, test.end,
+                                         test.type, test.count}));
+  }
 }
 
 }  // namespace
