@@ -131,6 +131,9 @@ TEST_F(AudioFiles, WavChannelsDivideTheLengthWherePossible) {
   EXPECT_EQ(sound.NumSamples, 0xFFFFFFFFu / (65535u * 2));
   ASSERT_EQ(ReadWav(Format(1, 2, 8000, 16) + Chunk("data", Bytes(401))), AUDIO_OK);
   EXPECT_EQ(sound.NumSamples, 100u);
+  // A chunk head is one as soon as its name is whole.
+  ASSERT_EQ(ReadWav(Format(1, 1, 8000, 8) + Text("data")), AUDIO_OK);
+  EXPECT_EQ(sound.LengthInBytes, 0u);
 }
 
 TEST_F(AudioFiles, WavWrittenFileIsLaidOutFieldByFieldWithALoopWhereBothEndsAreSet) {

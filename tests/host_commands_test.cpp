@@ -135,11 +135,12 @@ TEST_F(CommandLine, ExportsEncodedDataByChannelAndExtraDataAsJson) {
 TEST_F(CommandLine, NeverOverwritesAnExportUnasked) {
   folder.Put("there.wav", "mine");
   Import("kick.wav");
-  Run(1, "export game.db kick --class High --as raw there.wav");
+  const std::string line = "export game.db kick --class High --as raw ";
+  Run(1, line + "there.wav");
   EXPECT_EQ(folder.Get("there.wav"), "mine");
-  Run(0, "export game.db kick --class High --as raw there.wav --force");
+  Run(0, line + "there.wav --force");
   EXPECT_EQ(ChunkOf(folder.Get("there.wav"), "data"), WavSamples({}));
-  Run(1, "export game.db kick --class High --as raw samples --force");
+  Run(1, line + "samples --force");
   Run(1, "export game.db kick --class Low --as raw low.wav");
 }
 
@@ -223,15 +224,14 @@ TEST_F(CommandLine, TheDefaultTypeRulesWhereItIsTheOnlyOne) {
 }
 
 TEST_F(CommandLine, MovesTheSampleFolderForNewSamplesOnly) {
-  EXPECT_EQ(Run(0, "folder game.db").out, folder / "samples\n");
   Import("kick.wav");
   EXPECT_EQ(Run(0, "folder game.db 'my sounds/100%'").out, folder / "my sounds/100%\n");
   Import("kick.wav");
+  Run(1, "folder game.db .");
+  EXPECT_EQ(Run(0, "folder game.db").out, folder / "my sounds/100%\n");
   EXPECT_EQ(FilesIn(folder / "samples").size(), 2u);
   EXPECT_EQ(FilesIn(folder / "my sounds/100%").size(), 2u);
   EXPECT_EQ(List()["nodes"].size(), 2u);
-  Run(1, "folder game.db .");
-  EXPECT_EQ(Run(0, "folder game.db").out, folder / "my sounds/100%\n");
 }
 
 TEST_F(CommandLine, CarriesAwkwardNames) {

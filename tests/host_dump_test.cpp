@@ -92,6 +92,8 @@ TEST_F(Dump, TellsWhatIsWrongAndWhere) {
   } cases[] = {
       {encoded, 0x04, 0xFFFF, 2, "at 0x28: the channel table needs 262140 bytes, 76 are left"},
       {encoded, 0x06, 9, 2, "at 0x6: no format has this number"},
+      {encoded, 0x06, 1, 2, "at 0x2C: 20 samples take 40 bytes, not 16"},
+      {encoded, 0x06, 4, 2, "at 0x2C: 20 samples take 20 bytes, not 16"},
       {encoded, 0x10, 15, 4, ""},
       {encoded, 0x10, 29, 4, "at 0x2C: 29 samples take 24 bytes, not 16"},
       {encoded, 0x28, 0xFFFFFFFF, 4, "channel 0: at 0x74: dataLen needs 4 bytes, 0 are left"},

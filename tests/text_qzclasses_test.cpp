@@ -67,6 +67,8 @@ TEST(TextTest, NeitherCopiesNorMovesTakeTheCache) {
   EXPECT_EQ(StringTestAccess::Cache(moved), nullptr);
   string target = "target";
   const char* const cache = target.c_str();
+  target = copy;
+  EXPECT_TRUE(target == copy);
   target = std::move(moved);
   EXPECT_EQ(StringTestAccess::Cache(target), cache);
   EXPECT_EQ(target.c_str(), narrow);
