@@ -100,17 +100,5 @@ TEST_F(CheckOutTest, UndoFindsTheOldFileUnderItsExtension) {
   }
 }
 
-TEST_F(CheckOutTest, UndoEndsAtASampleThatCannotBeNamed) {
-  ImportTwo();
-  OutAndIn();
-  const qz::string newName = Record("High").fileName;
-  SDTestAccess::Samples(access_).back().originalName = "S:\\wav\\no extension";
-  EXPECT_EQ(SDAccess::ERROR_INTERNAL, access_.UndoCheckIn());
-  EXPECT_EQ(SDAccess::ERROR_INTERNAL, LastError());
-  EXPECT_TRUE(Exists(RawPath("Low"))) << "the one in front of it is back";
-  EXPECT_EQ(newName, Record("High").fileName);
-  EXPECT_FALSE(access_.CanUndoCheckIn()) << "no way to repeat it";
-}
-
 }  // namespace
 }  // namespace sdtest

@@ -181,11 +181,6 @@ HDBRootInterface* FakeNode::GetRootInterface() const {
   return &host_;
 }
 
-FakeHost::FakeHost(const qz::string& _filename, PGIBaseInterface* base)
-    : filename(_filename),
-      own_(base == nullptr ? new PGISampleDataBaseInterface(&platform::thisModule) : nullptr),
-      base_(base == nullptr ? own_.get() : base) {}
-
 FakeHost::~FakeHost() {
   Close();
 }
@@ -193,7 +188,7 @@ FakeHost::~FakeHost() {
 FakeNode& FakeHost::Add(const _GUID& type, const std::string& name) {
   FakeNode& node = *nodes_.emplace_back(std::make_unique<FakeNode>(*this, type, name));
   node.object_ =
-      static_cast<HDBAccessBaseInterface*>(base_->CreateInterface(&type, &dbSubTypeTarvane));
+      static_cast<HDBAccessBaseInterface*>(base_.CreateInterface(&type, &dbSubTypeTarvane));
   node.initSucceeded_ = node.object_->Init(&node, node.isDuplicate_);
   return node;
 }
@@ -206,7 +201,7 @@ FakeNode& FakeHost::AddSample(const std::string& name) {
 }
 
 void FakeHost::Remove(FakeNode& node) {
-  base_->ReleaseInterface(&node.type_.guid, node.object_);
+  base_.ReleaseInterface(&node.type_.guid, node.object_);
   node.object_ = nullptr;
   for (const auto& other : nodes_)
     other->referencing_.remove(&node);
@@ -243,12 +238,12 @@ bool FakeHost::UndoLast() {
 void FakeHost::DiscardUndo() {
   // Any sample object will do, and nodes may be gone: one is made for it.
   const SparedAllocations host;
-  void* const object = base_->CreateInterface(&hdbTypeSampleData, &dbSubTypeTarvane);
+  void* const object = base_.CreateInterface(&hdbTypeSampleData, &dbSubTypeTarvane);
   for (Undo& record : undo) {
     EXPECT_TRUE(static_cast<HDBAccessBaseInterface*>(object)->DiscardUndoInfo(&record.info));
   }
   undo.clear();
-  base_->ReleaseInterface(&hdbTypeSampleData, object);
+  base_.ReleaseInterface(&hdbTypeSampleData, object);
 }
 
 bool FakeHost::LoadNodeFile(FakeNode& node, const qz::string& name) {

@@ -178,8 +178,7 @@ class FakeNode final : public HDBBaseNodeInterface {
 
 class FakeHost final : public HDBRootInterface {
  public:
-  // `base` null: the host makes an object of its own.
-  explicit FakeHost(const qz::string& filename, PGIBaseInterface* base = nullptr);
+  explicit FakeHost(const qz::string& _filename) : filename(_filename) {}
   ~FakeHost();
   FakeHost(const FakeHost&) = delete;
   FakeHost& operator=(const FakeHost&) = delete;
@@ -239,13 +238,12 @@ class FakeHost final : public HDBRootInterface {
   void EnableUndo() override { --undoDisabled; }
   bool DeleteNode(HDBBaseNodeInterface* node) override;
 
-  PGIBaseInterface* Base() const { return base_; }
+  PGIBaseInterface* Base() { return &base_; }
 
  private:
   FakeNode& Add(const _GUID& type, const std::string& name);
 
-  std::unique_ptr<PGISampleDataBaseInterface> own_;
-  PGIBaseInterface* base_;
+  PGISampleDataBaseInterface base_{&platform::thisModule};
   HDBBaseNodeInterface* setupNode_ = nullptr;
   std::list<std::unique_ptr<FakeNode>> nodes_;
 };

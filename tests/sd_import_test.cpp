@@ -8,6 +8,8 @@
 namespace sdtest {
 namespace {
 
+using ::testing::ElementsAre;
+
 class SampleSet : public SampleNodeTest {
  protected:
   SampleSet() : wav_(SomeSound(30)) {}
@@ -50,22 +52,6 @@ TEST_F(SampleSet, ImportedSampleTellsItsNumbersAndNames) {
   EXPECT_EQ(info.loopLength, original.loopLength);
 }
 
-// Up to date is a matter of the two times alone, and a copy keeps its source's.
-TEST_F(SampleSet, ReimportEncodesOnlyANewerFileAnew) {
-  Import("kick.wav", wav_, kPcm8, "High");
-  const qz::string older = MakeWav("older.wav", SomeSound(77));
-  SetWriteTime(older, 1000000000);
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.ImportSample(older, kAdpcm, "High"));
-  EXPECT_EQ(52u + 30u, EncodedBytes("High").size());
-  EXPECT_EQ(77u, Record("High").info.length);
-  EXPECT_EQ(30u, Record("High").encodedInfo.length);
-  const qz::string newer = MakeWav("newer.wav", SomeSound(66));
-  SetWriteTime(newer, 4000000000);
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.ImportSample(newer, kAdpcm, "High"));
-  EXPECT_EQ(52u + 66u, EncodedBytes("High").size()) << "the index plays no part";
-  EXPECT_EQ(66u, Record("High").encodedInfo.length);
-}
-
 TEST_F(SampleSet, ImportTakesTheFormatOfItsIndexOrTheDatabasesDefault) {
   const qz::string source = MakeWav("kick.wav", wav_);
   const auto typeOf = [&](qz::uchar format) {
@@ -106,6 +92,9 @@ TEST_F(SampleSet, ChangesNothingWithoutTheHostsConsent) {
   EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.RemoveSample("Low"); }));
   EXPECT_FALSE(access_.SetSelQualityClass("Low"));
   EXPECT_EQ(SDAccess::ERROR_READONLY, LastError());
+  FakeNode& copy = host_.AddSample("copy");
+  EXPECT_FALSE(copy.Sample().Copy(&node_));
+  EXPECT_EQ(SDAccess::ERROR_READONLY, ErrorOf(copy));
   host_.refuseBegin = false;
   host_.refuseRequest = true;
   EXPECT_EQ(SDAccess::ERROR_READONLY,
@@ -225,18 +214,19 @@ TEST_F(SampleSet, NeedsASetupNodeAndAReference) {
   EXPECT_EQ("No setup node", FakeHost::ErrorText(homeless));
 }
 
-TEST_F(SampleSet, MarksItsFilesWhenItGoesButNotWhenTheDatabaseCloses) {
-  Import("a.wav", wav_, kPcm16, "Low");
-  const SDDeleteInfo files = Files("Low");
-  FakeNode& second = host_.AddSample("second");
-  ASSERT_EQ(SDAccess::ERROR_OK,
-            second.Sample().ImportSample(MakeWav("b.wav", wav_), kPcm16, "Low"));
-  host_.Remove(node_);
-  EXPECT_TRUE(ToDelete().check(files));
-  host_.shutDown = true;
-  host_.Remove(second);
-  EXPECT_EQ(1u, ToDelete().size());
-  host_.shutDown = false;
+// --- Copies ---
+
+TEST_F(SampleSet, ACopyThatFailsKeepsWhatItHas) {
+  ImportTwo();
+  ASSERT_TRUE(DIOFile::Delete(EncodedPath("High")));
+  const std::size_t undo = host_.undo.size();
+  FakeNode& copy = host_.AddSample("copy");
+  EXPECT_FALSE(copy.Sample().Copy(&node_));
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTCOPYSAMPLE, ErrorOf(copy));
+  EXPECT_THAT(copy.Sample().GetQualityClasses(), ElementsAre("Low"));
+  EXPECT_EQ("", copy.Sample().GetSelQualityClass());
+  EXPECT_EQ(undo, host_.undo.size());
+  EXPECT_EQ(1, host_.closedWithoutRecord);
 }
 
 }  // namespace

@@ -116,25 +116,6 @@ TEST_F(StoredSample, WithoutSamplesLeavesTheFolderAlone) {
   EXPECT_EQ(folder, SDTestAccess::Folder(access_));
 }
 
-// --- Save ---
-
-TEST_F(StoredSample, IsNotSavedWithoutItsFiles) {
-  ImportTwo();
-  EXPECT_NE(SDTestAccess::SavedVersion(setup_), Record("Low").savedVersionIdentifier);
-  for (const qz::string& path : {EncodedPath("High"), RawPath("High")}) {
-    const std::string bytes = ReadBytes(Native(path));
-    ASSERT_TRUE(DIOFile::Delete(path));
-    EXPECT_FALSE(access_.Save(nullptr, &name_));
-    EXPECT_EQ(SDAccess::ERROR_COULDNOTWRITE, LastError());
-    EXPECT_FALSE(Exists(name_));
-    WriteBytes(folder_ + "/s/restored", bytes);
-    ASSERT_TRUE(DIOFile::Rename("S:\\restored", path));
-  }
-  EXPECT_TRUE(access_.Save(nullptr, &name_));
-  for (const char* qualClass : {"Low", "High"})
-    EXPECT_EQ(SDTestAccess::SavedVersion(setup_), Record(qualClass).savedVersionIdentifier);
-}
-
 // --- Load ---
 
 TEST_F(StoredSample, MakesALostEncodedFileAnewButNoneThatIsOutOfDate) {
@@ -175,6 +156,29 @@ TEST_F(StoredSample, TakesAStoredFormatAsItStands) {
   EXPECT_EQ(77u, static_cast<qz::ulong>(Record("Low").compType));
   const std::string again = Stored();
   EXPECT_EQ(77u, NumberAt(again, again.size() - kNumbersSize, 4));
+}
+
+TEST_F(StoredSample, LoadedIsUndoneInTheListAloneAndTouchesNoFile) {
+  ImportTwo();
+  const std::string stored = Stored();
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
+  const Tree before = Database();
+  const std::size_t unsaved = Unsaved().size();
+  const std::size_t toDelete = ToDelete().size();
+  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
+  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("Low", "High"));
+  const qz::string folder = SDTestAccess::Folder(access_);
+  EXPECT_TRUE(host_.UndoLast());
+  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("High"));
+  EXPECT_EQ(folder, SDTestAccess::Folder(access_)) << "only the list";
+  HDBUndoInfo unknown;
+  unknown.ID = 7;
+  EXPECT_FALSE(access_.DoUndo(&unknown));
+  EXPECT_TRUE(access_.DiscardUndoInfo(&unknown)) << "a record without data";
+  EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("High"));
+  EXPECT_EQ("", Difference(before, Database()));
+  EXPECT_EQ(unsaved, Unsaved().size());
+  EXPECT_EQ(toDelete, ToDelete().size());
 }
 
 // --- Databases that moved ---
@@ -221,24 +225,6 @@ TEST_F(StoredSample, IsNotFoundFromAnotherDrive) {
   host_.filename = "S:\\db\\game.db";
   host_.loadLocation = "game.db";
   EXPECT_EQ(SDAccess::ERROR_COULDNOTREAD, LoadFile(stored, node)) << "nor from nowhere";
-}
-
-// A database that moves with its samples finds them without a word about the old place.
-TEST_F(StoredSample, FindsItsFilesWhenAllMovedToAnotherDrive) {
-  ImportTwo();
-  const std::string stored = Stored();
-  for (const auto& [name, content] : Database()) {
-    const std::string path = folder_ + "/t/" + name;
-    if (name.back() == '/') {
-      DIOFile::CreateDirectoryA(("T:\\" + name).c_str());
-    } else {
-      WriteBytes(path, content);
-    }
-  }
-  host_.filename = "T:\\game.db";
-  EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
-  EXPECT_EQ("T:\\", std::string(RawPath("High").c_str()).substr(0, 3));
-  EXPECT_TRUE(Exists(RawPath("High")));
 }
 
 // --- Files that are not what they should be ---
