@@ -52,16 +52,8 @@ struct Sounds : platform_test::TempFolder {
     Put("high.wav", WavBytes(SomeSound(30, 2)));
     Wav sound = SomeSound(320);
     std::fill(sound.samples.begin() + 32, sound.samples.begin() + 160, 0);
-    std::vector<short> samples(sound.samples.begin(), sound.samples.end());
-    _AUDIO plain{};
-    plain.Samples = samples.data();
-    plain.LengthInBytes = 640;
-    plain.NumSamples = 320;
-    plain.NumChannels = 1;
-    plain.BitsPerSample = 16;
-    plain.SampleRate = 32000;
-    EXPECT_EQ(AUDIO_OK, audio_WriteWave("W:\\gsm.mort", &plain, AUDIO_FORMAT_MORT_GSM));
-    EXPECT_EQ(AUDIO_OK, audio_WriteWave("W:\\gb.mort", &plain, AUDIO_FORMAT_MORT_GB));
+    WriteMort("W:\\gsm.mort", sound, AUDIO_FORMAT_MORT_GSM);
+    WriteMort("W:\\gb.mort", sound, AUDIO_FORMAT_MORT_GB);
     for (const char* name : {"low.wav", "high.wav"})
       std::filesystem::last_write_time(Native(name), Time(900000000));
   }

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "audio/audio.h"
 #include "platform/native.h"
 #include "sampledata/sd_intern.h"
 
@@ -142,6 +143,19 @@ Wav SomeSound(std::uint32_t frames, std::uint16_t channels, std::uint16_t bits) 
     }
   }
   return wav;
+}
+
+void WriteMort(const char* path, const Wav& wav, int format) {
+  std::vector<short> samples(wav.samples.begin(), wav.samples.end());
+  _AUDIO sound{};
+  sound.Samples = samples.data();
+  sound.NumSamples = static_cast<qz::ulong>(samples.size());
+  sound.LengthInBytes = sound.NumSamples * 2;
+  sound.NumChannels = 1;
+  sound.BitsPerSample = 16;
+  sound.SampleRate = wav.rate;
+  sound.OriginalKey = 62;
+  EXPECT_EQ(AUDIO_OK, audio_WriteWave(path, &sound, format)) << AudioErrorMsg;
 }
 
 // --- The host ---

@@ -133,6 +133,8 @@ struct Wav {
 std::string WavBytes(const Wav& wav);
 // `frames` samples a channel of a sound that is neither silent nor periodic, the channels unlike.
 Wav SomeSound(std::uint32_t frames, std::uint16_t channels = 1, std::uint16_t bits = 16);
+// Writes a sound of one channel and 16 bits, with 62 for its key, as a compressed file.
+void WriteMort(const char* path, const Wav& wav, int format);
 
 // --- The host ---
 

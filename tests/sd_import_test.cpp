@@ -214,7 +214,64 @@ TEST_F(SampleSet, NeedsASetupNodeAndAReference) {
   EXPECT_EQ("No setup node", FakeHost::ErrorText(homeless));
 }
 
-// --- Copies ---
+// --- Refusals ---
+
+TEST_F(SampleSet, TellsWhyItRefuses) {
+  Import("a.wav", wav_, kPcm16, "Low");
+  WriteBytes(folder_ + "/s/wav/bad.wav", "no sound");
+  const auto import = [this](const char* name, qz::uchar format, const char* qualClass) {
+    return [=, this] { return access_.ImportSample(name, format, qualClass); };
+  };
+  const auto change = [this](const char* qualClass, qz::uchar format) {
+    return [=, this] { return access_.ChangeSampleFormat(qualClass, format); };
+  };
+  struct Row {
+    Access::SDError expected;
+    std::function<Access::SDError()> operation;
+  };
+  for (const Row& row : std::vector<Row>{
+           {Access::ERROR_UNKNOWNCLASS, import("S:\\wav\\a.wav", kPcm16, "unknown")},
+           {Access::ERROR_COULDNOTCOPYSAMPLE, import("S:\\wav\\missing.wav", kPcm16, "High")},
+           {Access::ERROR_COULDNOTLOAD, import("S:\\wav\\bad.wav", kPcm16, "High")},
+           {Access::ERROR_UNSUPPORTEDFORMAT, import("S:\\wav\\a.wav", 6, "High")},
+           {Access::ERROR_UNKNOWNCLASS, change("unknown", kPcm8)},
+           {Access::ERROR_QUALITYNOTAVAILABLE, change("High", kPcm8)},
+           {Access::ERROR_UNSUPPORTEDFORMAT, change("Low", 6)},
+           {Access::ERROR_QUALITYNOTAVAILABLE, [&] { return access_.RemoveSample("unknown"); }},
+           {Access::ERROR_COULDNOTCOPYSAMPLE, [&] { return access_.CheckOut("S:\\missing"); }},
+           {Access::ERROR_ISNOTCHECKEDOUT, [&] { return access_.CheckIn(); }},
+           {Access::ERROR_ISNOTCHECKEDOUT, [&] { return access_.RedoCheckOut(); }},
+           {Access::ERROR_NOPRECHECKINSTATE, [&] { return access_.UndoCheckIn(); }},
+           {Access::ERROR_OK, [&] { return access_.CheckOut("S:\\wav"); }},
+           {Access::ERROR_ISCHECKEDOUT, import("S:\\wav\\a.wav", kPcm16, "High")},
+           {Access::ERROR_ISCHECKEDOUT, [&] { return access_.RemoveSample("Low"); }},
+           {Access::ERROR_ISCHECKEDOUT, [&] { return access_.CheckOut("S:\\wav"); }},
+           {Access::ERROR_ISCHECKEDOUT, [&] { return access_.UndoCheckIn(); }},
+           {Access::ERROR_COULDNOTCOPYSAMPLE, [&] { return access_.CheckIn("S:\\missing"); }}}) {
+    EXPECT_EQ(row.expected, Refused(row.operation));
+  }
+}
+
+// --- Copies, deletions ---
+
+// What is listed too often leaves the disk all the same, so nothing else tells.
+TEST_F(SampleSet, ListsItsFilesOnceForEachStateThatLeavesThem) {
+  using Sizes = std::pair<std::size_t, std::size_t>;
+  const auto listed = [this] { return Sizes(ToDelete().size(), Unsaved().size()); };
+  ImportTwo();
+  EXPECT_EQ(Sizes(1, 3), listed());
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
+  EXPECT_EQ(Sizes(3, 4), listed());
+  EXPECT_TRUE(host_.UndoLast());
+  EXPECT_EQ(Sizes(1, 5), listed());
+  HDBUndoInfo record;
+  EXPECT_TRUE(access_.GatherDeleteInfo(&record));
+  host_.Remove(node_);
+  EXPECT_EQ(Sizes(5, 5), listed());
+  EXPECT_TRUE(host_.AddSample().Sample().DoUndo(&record));
+  EXPECT_EQ(Sizes(3, 7), listed());
+  host_.undo.push_back({nullptr, record});
+}
 
 TEST_F(SampleSet, ACopyThatFailsKeepsWhatItHas) {
   ImportTwo();

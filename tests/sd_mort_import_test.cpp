@@ -13,17 +13,7 @@ class MortImport : public SampleNodeTest {
   void MakeBoth(int format, std::uint32_t length) {
     Wav source = SomeSound(length);
     std::fill(source.samples.begin() + 64, source.samples.begin() + 400, 0);
-    std::vector<short> samples(source.samples.begin(), source.samples.end());
-    _AUDIO plain{};
-    plain.Samples = samples.data();
-    plain.LengthInBytes = length * 2;
-    plain.NumSamples = length;
-    plain.NumChannels = 1;
-    plain.BitsPerSample = 16;
-    plain.SampleRate = source.rate;
-    plain.OriginalKey = 62;
-    ASSERT_EQ(audio_WriteWave("S:\\wav\\a.mort", &plain, format), AUDIO_OK) << AudioErrorMsg;
-
+    WriteMort("S:\\wav\\a.mort", source, format);
     _AUDIO packed{};
     ASSERT_EQ(audio_ReadWave("S:\\wav\\a.mort", &packed, false), AUDIO_OK);
     _AUDIO* decoded = mort_Decode(&packed);

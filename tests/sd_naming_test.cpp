@@ -68,16 +68,6 @@ TEST_F(Naming, TakesEveryNameAsRelativeToTheDatabasesFolder) {
   EXPECT_EQ("C:\\Sound\\..\\a.wav", Expand("C:\\Sound\\game.db", "..\\a.wav"));
 }
 
-TEST_F(Naming, DerivesTheEncodedNameFromTheLastDot) {
-  host_.filename = "C:\\Sound\\game.db";
-  const auto encoded = [this](const char* name) {
-    return std::string(SDTestAccess::EncodedName(access_, name).c_str());
-  };
-  EXPECT_EQ("C:\\Sound\\s\\High.esmp", encoded("s\\High.wav"));
-  EXPECT_EQ("C:\\Sound\\s\\High.1.esmp", encoded("s\\High.1.wav"));
-  EXPECT_EQ("C:\\Sound\\s\\High.esmp", encoded("s\\High"));
-}
-
 TEST_F(Naming, MakesNoSampleFolder) {
   const qz::string source = MakeWav("kick.wav", SomeSound(20));
   setup_.SetSampleFolder("S:\\db\\missing\\");

@@ -90,20 +90,6 @@ TEST_F(StoredSetup, LoadsNoClassWhileASampleIsCheckedOut) {
   EXPECT_EQ(0, setup_.GetNumQualityClasses());
 }
 
-TEST_F(StoredSetup, TurnsTheListsOverAtASaveInEitherMode) {
-  Fill();
-  for (const bool ownFile : {false, true}) {
-    SDTestAccess::ToDelete(setup_).push_back(SDTestAccess::Files("a", "b", "c"));
-    SDTestAccess::Unsaved(setup_).push_back(SDTestAccess::Files("a", "b", "c"));
-    const SDVersionID before = SDTestAccess::SavedVersion(setup_);
-    ownFile ? Stored() : StoredInDatabase();
-    EXPECT_EQ(SDTestAccess::ToDelete(setup_).size(),
-              SDTestAccess::Bookmark(SDTestAccess::ToDelete(setup_)));
-    EXPECT_TRUE(SDTestAccess::Unsaved(setup_).empty());
-    EXPECT_NE(before, SDTestAccess::SavedVersion(setup_));
-  }
-}
-
 // --- Files that are not what they should be ---
 
 TEST_F(StoredSetup, RefusesAFileThatEndsEarly) {

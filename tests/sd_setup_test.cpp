@@ -39,16 +39,6 @@ TEST_F(SetupNode, RefusesASecondOneAndKeepsTheFirst) {
   EXPECT_EQ(&node_, host_.GetSampleSetupNode());
 }
 
-TEST_F(SetupNode, HasNoUndoAndCannotBeCopied) {
-  HDBUndoInfo record;
-  EXPECT_TRUE(setup_.DoUndo(&record));
-  EXPECT_TRUE(setup_.GatherDeleteInfo(&record));
-  EXPECT_EQ(nullptr, record.data);
-  EXPECT_TRUE(setup_.DiscardUndoInfo(&record));
-  EXPECT_FALSE(setup_.Copy(&node_));
-  EXPECT_TRUE(setup_.Rename(&node_, "setup"));
-}
-
 // --- Classes ---
 
 TEST_F(SetupNode, KeepsClassesByAscendingLevel) {
