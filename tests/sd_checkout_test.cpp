@@ -65,10 +65,13 @@ TEST_F(CheckOutTest, EncodesEditsAnewAndInTheSampleFormat) {
   ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
   WriteBytes(folder_ + "/s/out/kick (Low).wav", WavBytes(SomeSound(77)));
   SetWriteTime("S:\\out\\kick (Low).wav", 4000000000);  // newer, however coarse the clock
+  SDTestAccess::Samples(access_).front().compType = static_cast<SDCompType>(77);
+  EXPECT_EQ(SDAccess::ERROR_UNSUPPORTEDFORMAT, Refused([&] { return access_.CheckIn(); }));
+  SDTestAccess::Samples(access_).front().compType = SDAccess::COMPTYPE_RAW;
   EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
   EXPECT_EQ(77u, Record("Low").encodedInfo.length);
   EXPECT_EQ(52u + 2 * 77u, EncodedBytes("Low").size());
-  EXPECT_EQ(1, host_.closedWithoutRecord);
+  EXPECT_EQ(2, host_.closedWithoutRecord) << "no undo record, refused or not";
   EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
   EXPECT_EQ(77u, Record("Low").info.length) << "only names come back";
 }

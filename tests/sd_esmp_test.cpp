@@ -262,6 +262,11 @@ TEST_F(EncodedFile, WithAnotherIdIsRefused) {
       EXPECT_EQ(Access::ERROR_COULDNOTREAD, ReadInfo());
       EXPECT_EQ(Access::ERROR_BADFORMAT, ReadData(0, data));
       EXPECT_EQ(Access::ERROR_BADFORMAT, ReadExtra(0, data));
+      qz::ulong size = 0;
+      EXPECT_EQ(nullptr, access_.GetEncodedData("High", 0, size));
+      EXPECT_EQ(Access::ERROR_BADFORMAT, LastError());
+      EXPECT_EQ(nullptr, access_.GetDecodedData("High", 0));
+      EXPECT_EQ(Access::ERROR_BADFORMAT, LastError());
       // The host hears one code for extra data, whatever the cause.
       EXPECT_EQ(nullptr, access_.GetExtraData("High", 0));
       EXPECT_EQ(Access::ERROR_COULDNOTREAD, LastError());

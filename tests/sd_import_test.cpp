@@ -121,6 +121,9 @@ TEST_F(SampleSet, RefusesWhatItsEncodedFileCannotHold) {
     WriteBytes(folder_ + "/s/wav/a.aif", {file.begin(), file.end()});
     EXPECT_EQ(error, access_.ImportSample("S:\\wav\\a.aif", format, "High"));
     EXPECT_EQ(nullptr, access_.GetDecodedData("High", 0));
+    EXPECT_EQ(error == SDAccess::ERROR_OK ? SDAccess::ERROR_COULDNOTREAD
+                                          : SDAccess::ERROR_QUALITYNOTAVAILABLE,
+              LastError());
   }
 }
 

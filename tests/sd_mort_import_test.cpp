@@ -71,7 +71,7 @@ TEST_F(MortImport, RefusesAStreamThatCannotBeDecoded) {
   const std::string whole = ReadBytes(Native("S:\\wav\\a.mort"));
   WriteBytes(Native("S:\\wav\\a.mort"), whole.substr(0, whole.size() - 40));
   const Tree before = Database();
-  EXPECT_NE(access_.ImportSample("S:\\wav\\a.mort", kAdpcm, "Low"), Access::ERROR_OK);
+  EXPECT_EQ(access_.ImportSample("S:\\wav\\a.mort", kAdpcm, "Low"), Access::ERROR_COULDNOTREAD);
   EXPECT_EQ(Difference(before, Database()), "");
   EXPECT_EQ(host_.openModifications, 0);
   WriteBytes(Native("S:\\wav\\a.mort"), whole);
