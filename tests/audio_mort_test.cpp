@@ -5,6 +5,7 @@
 #include "audio/MORT_codecs.h"
 #include "audio/MORT_reader.h"
 #include "audio/MORT_writer.h"
+#include "platform/faults.h"
 #include "platform/platform.h"
 #include "tests/audio_helpers.h"
 
@@ -157,7 +158,9 @@ TEST_F(AudioMort, WriteFailuresSayWhyAndLeaveWhatWasWritten) {
 }
 
 TEST_F(AudioMort, AFullDiskIsToldUnlessTheRecordIsRefused) {
-  std::filesystem::create_symlink("/dev/full", folder.Native("full"));
+  platform::SetFaultHook([](platform::Call call, const char*) -> DWORD {
+    return call == platform::Call::kWriteFile ? ERROR_DISK_FULL : NO_ERROR;
+  });
   const std::string full = folder.Path("full");
   Sound source(Noise(20000), 16, 1, 8000);
   for (const int format : {AUDIO_FORMAT_WAV, AUDIO_FORMAT_MORT_GSM, AUDIO_FORMAT_MORT_GB}) {
@@ -169,6 +172,7 @@ TEST_F(AudioMort, AFullDiskIsToldUnlessTheRecordIsRefused) {
   source.UsesCompression = 1;
   EXPECT_EQ(audio_WriteWave(full.c_str(), &source, AUDIO_FORMAT_MORT_GSM), AUDIO_WRITEFAILED);
   EXPECT_STREQ(AudioErrorMsg, "Error encoding file!");
+  platform::SetFaultHook({});
 }
 
 TEST_F(AudioMort, SamplesThatARecordOnlyPromisesAreSilence) {
