@@ -3,6 +3,11 @@
 //
 //   kernel_check [--seed N] [--frames N]    equality on N random frames (a million) and on the
 //                                           generated sounds; status 1 where something differs
+//   kernel_check --hashes LEVEL             a line for each generated sound: its name and the hash
+//   of
+//                                           all that this level makes of it, as they stand in
+//                                           tests/data/codec_hashes.txt; status 3 where the machine
+//                                           lacks the level
 //   kernel_check --bench [--json] [--samples N]
 //                                           samples per second and ratios on N samples (10 million)
 //                                           of each signal
@@ -416,6 +421,20 @@ int Check(std::uint64_t seed, std::uint64_t frames) {
   return differing == 0 ? 0 : 1;
 }
 
+int PrintHashes(const std::string& name) {
+  for (const Level& level : Levels()) {
+    if (name != level.kernels->name) continue;
+    adpcm::CapKernels(level.level);
+    for (const sounds::Sound& sound : sounds::All()) {
+      const EncodedStream stream = EncodeStream(sound.samples, sound.loopStart);
+      if (!stream.ok) return 1;
+      std::printf("%s %016" PRIx64 "\n", sound.name.c_str(), HashStream(stream));
+    }
+    return 0;
+  }
+  return 3;
+}
+
 // Benchmarks: one run of the kernel over a whole signal.
 constexpr std::size_t kChunk = 1024 * kSamplesPerFrame;
 
@@ -572,11 +591,13 @@ int main(int argc, char** argv) {
       seed = std::strtoull(argv[++i], nullptr, 10);
     } else if (argument == "--frames" && i + 1 < argc) {
       frames = std::strtoull(argv[++i], nullptr, 10);
+    } else if (argument == "--hashes" && i + 1 < argc) {
+      return PrintHashes(argv[++i]);
     } else if (argument == "--samples" && i + 1 < argc) {
       samples = std::strtoull(argv[++i], nullptr, 10);
     } else {
       std::fprintf(stderr,
-                   "usage: kernel_check [--seed N] [--frames N] | "
+                   "usage: kernel_check [--seed N] [--frames N] | --hashes LEVEL | "
                    "--bench [--json] [--samples N]\n");
       return 2;
     }

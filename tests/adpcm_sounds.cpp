@@ -180,11 +180,7 @@ Samples Mixed(std::uint32_t seed) {
 namespace {
 
 // Sounds, found by search, whose result hangs on one detail of the arithmetic.
-struct MixedSounds {
-  const char* difference;
-  std::vector<std::uint32_t> seeds;
-};
-const MixedSounds kTelling[] = {
+const std::pair<const char*, std::vector<std::uint32_t>> kTelling[] = {
     {"last-pivot-of-equals", {11, 24, 50, 58}},
     {"pivot-reciprocal", {484, 587, 598, 617}},
     {"row-scale-reciprocal", {8, 338, 599, 686}},
@@ -249,10 +245,9 @@ std::vector<Sound> All() {
     const std::size_t length = 20 + random.Next() % 220;
     add("random-" + number(seed), Noise(length, 1 << random.Next() % 6, seed));
   }
-  for (const MixedSounds& group : kTelling) {
-    for (const std::uint32_t seed : group.seeds) {
-      add(std::string(group.difference) + "-" + number(seed), Mixed(seed));
-    }
+  for (const auto& [difference, seeds] : kTelling) {
+    for (const std::uint32_t seed : seeds)
+      add(std::string(difference) + "-" + number(seed), Mixed(seed));
   }
   for (const std::size_t distance : {5u, 14u, 31u, 1000u}) {
     add("impulses-" + number(distance), Impulses(700, distance, 32767));

@@ -1,31 +1,27 @@
 // The byte-order helpers and the 80-bit float.
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "tests/audio_helpers.h"
 
 namespace audiotest {
 namespace {
 
-// A scratch stream that holds `bytes` and stands at its start.
-class Stream {
- public:
-  explicit Stream(const Bytes& bytes = {}) : file_(std::tmpfile()) {
-    std::fwrite(bytes.data(), 1, bytes.size(), file_);
-    std::rewind(file_);
-  }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  ~Stream() { std::fclose(file_); }
-  operator std::FILE*() { return file_; }
+using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
- private:
-  std::FILE* file_;
-};
+// A scratch stream that holds `bytes` and stands at its start.
+Stream Scratch(const Bytes& bytes = {}) {
+  Stream stream(std::tmpfile(), std::fclose);
+  std::fwrite(bytes.data(), 1, bytes.size(), stream.get());
+  std::rewind(stream.get());
+  return stream;
+}
 
 TEST(AudioEndian, OddElementSizesAndNoElementsTouchNothing) {
   for (const qz::ulong size : {0u, 3u, 8u, 0xFFFFFFFFu}) {
-    Stream stream(Bytes(8, 0x11));
+    const Stream scratch = Scratch(Bytes(8, 0x11));
+    std::FILE* const stream = scratch.get();
     Bytes buffer(8, 0xAA);
     EXPECT_EQ(audioReadIntel(buffer.data(), size, 1, stream), 0u) << size;
     EXPECT_EQ(audioReadMotorola(buffer.data(), size, 1, stream), 0u) << size;
@@ -51,15 +47,15 @@ TEST(AudioEndian, ReadsCountBytesAndZeroTheRestOfAnElementThatTheEndCuts) {
       }
 
       Bytes buffer(12, 0xAA);
-      EXPECT_EQ(audioReadIntel(buffer.data(), size, 12 / size, Stream(content)), have);
+      EXPECT_EQ(audioReadIntel(buffer.data(), size, 12 / size, Scratch(content).get()), have);
       EXPECT_EQ(buffer, intel);
       buffer.assign(12, 0xAA);
-      EXPECT_EQ(audioReadMotorola(buffer.data(), size, 12 / size, Stream(content)), have);
+      EXPECT_EQ(audioReadMotorola(buffer.data(), size, 12 / size, Scratch(content).get()), have);
       EXPECT_EQ(buffer, motorola);
     }
   }
   qz::ulong word = 0;
-  audioReadMotorola(&word, 4, 1, Stream({0x78, 0x56, 0x34, 0x12}));
+  audioReadMotorola(&word, 4, 1, Scratch({0x78, 0x56, 0x34, 0x12}).get());
   EXPECT_EQ(word, 0x78563412u);
 }
 
@@ -68,7 +64,8 @@ TEST(AudioEndian, WritesAreTheTwinOfTheReads) {
   for (const qz::ulong size : {1u, 2u, 4u}) {
     const auto count = static_cast<qz::ulong>(data.size()) / size;
     for (const bool bigEndian : {false, true}) {
-      Stream stream;
+      const Stream scratch = Scratch();
+      std::FILE* const stream = scratch.get();
       EXPECT_EQ(audioWriteEndian(data.data(), size, count, stream, bigEndian), data.size());
       std::rewind(stream);
       EXPECT_EQ(std::fgetc(stream), data[bigEndian ? size - 1 : 0]);
