@@ -63,6 +63,8 @@ TEST_F(CheckOutTest, LeavesUnknownClassesOutAndNeedsAnExtension) {
 TEST_F(CheckOutTest, EncodesEditsAnewAndInTheSampleFormat) {
   ImportTwo();
   ASSERT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\out"));
+  WriteBytes(folder_ + "/s/out/kick (Low).wav", "no sound");
+  EXPECT_EQ(SDAccess::ERROR_COULDNOTLOAD, Refused([&] { return access_.CheckIn(); }));
   WriteBytes(folder_ + "/s/out/kick (Low).wav", WavBytes(SomeSound(77)));
   SetWriteTime("S:\\out\\kick (Low).wav", 4000000000);  // newer, however coarse the clock
   SDTestAccess::Samples(access_).front().compType = static_cast<SDCompType>(77);
@@ -71,9 +73,12 @@ TEST_F(CheckOutTest, EncodesEditsAnewAndInTheSampleFormat) {
   EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
   EXPECT_EQ(77u, Record("Low").encodedInfo.length);
   EXPECT_EQ(52u + 2 * 77u, EncodedBytes("Low").size());
-  EXPECT_EQ(2, host_.closedWithoutRecord) << "no undo record, refused or not";
+  EXPECT_EQ(3, host_.closedWithoutRecord) << "no undo record, refused or not";
   EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
   EXPECT_EQ(77u, Record("Low").info.length) << "only names come back";
+  OutAndIn();
+  SDTestAccess::Samples(access_).back().originalName = "no extension";
+  EXPECT_EQ(SDAccess::ERROR_INTERNAL, access_.UndoCheckIn());
 }
 
 // A re-import under another extension keeps the old name until the next move.

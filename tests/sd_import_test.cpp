@@ -220,6 +220,8 @@ TEST_F(SampleSet, NeedsASetupNodeAndAReference) {
 // --- Refusals ---
 
 TEST_F(SampleSet, TellsWhyItRefuses) {
+  setup_.AddQualityClass("Third", 3);
+  Import("b.wav", wav_, kPcm16, "Third");
   Import("a.wav", wav_, kPcm16, "Low");
   WriteBytes(folder_ + "/s/wav/bad.wav", "no sound");
   const auto import = [this](const char* name, qz::uchar format, const char* qualClass) {
@@ -228,9 +230,19 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
   const auto change = [this](const char* qualClass, qz::uchar format) {
     return [=, this] { return access_.ChangeSampleFormat(qualClass, format); };
   };
+  using Change = std::function<Access::SDError()>;
+  const auto homeless = [this](const Change& operation) {
+    return [=, this] {
+      setup_.SetSampleFolder("S:\\none\\");
+      const Access::SDError error = operation();
+      setup_.SetSampleFolder("S:\\db\\samples\\");
+      return error;
+    };
+  };
+  const Change removal = [this] { return access_.RemoveSample("Low"); };
   struct Row {
     Access::SDError expected;
-    std::function<Access::SDError()> operation;
+    Change operation;
   };
   for (const Row& row : std::vector<Row>{
            {Access::ERROR_UNKNOWNCLASS, import("S:\\wav\\a.wav", kPcm16, "unknown")},
@@ -240,17 +252,21 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
            {Access::ERROR_UNKNOWNCLASS, change("unknown", kPcm8)},
            {Access::ERROR_QUALITYNOTAVAILABLE, change("High", kPcm8)},
            {Access::ERROR_UNSUPPORTEDFORMAT, change("Low", 6)},
+           {Access::ERROR_INTERNAL, homeless(change("Low", kPcm8))},
+           {Access::ERROR_INTERNAL, homeless(removal)},
            {Access::ERROR_QUALITYNOTAVAILABLE, [&] { return access_.RemoveSample("unknown"); }},
            {Access::ERROR_COULDNOTCOPYSAMPLE, [&] { return access_.CheckOut("S:\\missing"); }},
            {Access::ERROR_ISNOTCHECKEDOUT, [&] { return access_.CheckIn(); }},
+           {Access::ERROR_ISNOTCHECKEDOUT, [&] { return access_.UndoCheckOut(); }},
            {Access::ERROR_ISNOTCHECKEDOUT, [&] { return access_.RedoCheckOut(); }},
            {Access::ERROR_NOPRECHECKINSTATE, [&] { return access_.UndoCheckIn(); }},
            {Access::ERROR_OK, [&] { return access_.CheckOut("S:\\wav"); }},
            {Access::ERROR_ISCHECKEDOUT, import("S:\\wav\\a.wav", kPcm16, "High")},
-           {Access::ERROR_ISCHECKEDOUT, [&] { return access_.RemoveSample("Low"); }},
+           {Access::ERROR_ISCHECKEDOUT, removal},
            {Access::ERROR_ISCHECKEDOUT, [&] { return access_.CheckOut("S:\\wav"); }},
            {Access::ERROR_ISCHECKEDOUT, [&] { return access_.UndoCheckIn(); }},
-           {Access::ERROR_COULDNOTCOPYSAMPLE, [&] { return access_.CheckIn("S:\\missing"); }}}) {
+           {Access::ERROR_COULDNOTCOPYSAMPLE, [&] { return access_.CheckIn("S:\\missing"); }},
+           {Access::ERROR_INTERNAL, homeless([&] { return access_.CheckIn(); })}}) {
     EXPECT_EQ(row.expected, Refused(row.operation));
   }
 }
