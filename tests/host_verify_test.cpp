@@ -93,10 +93,13 @@ TEST_F(Verify, WarnsOfLegalButOddStatesAndNeverTouchesRawFiles) {
 
 TEST_F(Verify, LeavesAloneWhatItCannotMake) {
   fs::remove(raw_[0]);
+  fs::resize_file(encoded_[0], 100);
   fs::resize_file(raw_[1], 100);
   fs::remove(encoded_[1]);
+  fs::remove(raw_[2]);
   const std::string encoded = BytesOf(encoded_[0]);
-  const Found damage = {"kick damaged", "kick-2 damaged", "kick-2 damaged"};
+  const Found damage = {"kick damaged", "kick damaged", "kick-2 damaged", "kick-2 damaged",
+                        "kick-3 damaged"};
   EXPECT_EQ(Look(1), damage);
   EXPECT_EQ(Look(1, "--repair"), damage);
   EXPECT_EQ(BytesOf(encoded_[0]), encoded);
