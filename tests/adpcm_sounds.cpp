@@ -52,10 +52,6 @@ int Random::Around(int magnitude) {
   return static_cast<int>((Next() >> 8) % span) - magnitude;
 }
 
-Samples Constant(std::size_t length, int value) {
-  return Samples(length, Clip(value));
-}
-
 Samples Ramp(std::size_t length, int start, int slope) {
   return Generate(length, [=](std::int64_t i) { return start + i * slope; });
 }
@@ -212,9 +208,9 @@ std::vector<Sound> All() {
 
   add("empty", {});
   add("silence", Samples(100));
-  for (const int value : {1, -2, 3, -47, 1000, -3000, 32767, -32768}) {
-    add("constant-" + number(value), Constant(500, value));
-    add("one-frame-of-" + number(value), Constant(14, value));
+  for (const short value : Samples{1, -2, 3, -47, 1000, -3000, 32767, -32768}) {
+    add("constant-" + number(value), Samples(500, value));
+    add("one-frame-of-" + number(value), Samples(14, value));
   }
   for (const int slope : {1, 7, -13, 450, -1000, 4000}) {
     add("ramp-" + number(slope), Ramp(400, 0, slope));

@@ -24,7 +24,6 @@ class Random {
   std::uint32_t state;
 };
 
-Samples Constant(std::size_t length, int value);
 Samples Ramp(std::size_t length, int start, int slope);  // clipped at the ends of the range
 Samples Square(std::size_t length, int half, int high, int low);
 Samples Noise(std::size_t length, int magnitude, std::uint32_t seed);

@@ -48,7 +48,7 @@ TEST(Stream, StatesAreThoseOfTheDecoderForEverySoundLengthAndLoopStart) {
       {"noise", sounds::Noise(14400, 32767, 5)},
       {"tone", sounds::Tone(14400, 1491, 21000)},
       {"ramp", sounds::Ramp(14400, -28000, 4)},
-      {"constant", sounds::Constant(14400, -12345)},
+      {"constant", Samples(14400, -12345)},
   };
   for (const auto& [name, sound] : kinds) {
     for (const std::size_t length : {0u, 1u, 14u, 15u, 14335u, 14336u, 14337u}) {
