@@ -1,5 +1,6 @@
 // The stored form of a sample node, databases that moved, and files that are not what they should
 // be.
+#include "tests/format_page.h"
 #include "tests/sd_stored.h"
 
 namespace sdtest {
@@ -27,51 +28,31 @@ class StoredSample : public StoredTest<SDAccess, SampleNodeTest> {
   }
 };
 
-TEST_F(StoredSample, HasTheAgreedBytes) {
-  ImportTwo();
-  SetWriteTime(RawPath("Low"), 1000000000, 250000000);  // Sunday, 9 September 2001, 01:46:40
-  const std::string stored = Stored();
-  const std::string head(
-      "KLVO\0\0\0\0\0\0\0\0OBJ TYPE\x10\0\0\0\0\0\0\0"
-      "\x98\xAC\x5A\x14\x5A\xA4\xD3\x11\x87\x63\x00\x50\x04\x69\xA2\x67"
-      "VERS\x04\0\0\0\0\0\0\0\0\0\x01\0DATA",
-      kDataSizeAt);
-  EXPECT_EQ(head.substr(12), stored.substr(12, head.size() - 12));
-  EXPECT_EQ(stored.size(), NumberAt(stored, kFileSizeAt, 8));
-  EXPECT_EQ(stored.size() - kPayloadAt, NumberAt(stored, kDataSizeAt, 8));
+// The page's example, with other numbers and another time for the encoded file.
+TEST_F(StoredSample, HasTheBytesOfItsPage) {
+  constexpr std::size_t kEncodedLengthAt = 0xC8;
+  constexpr std::size_t kEncodedSecondsAt = 0xF4;
+  std::string example = format_page::Examples("node-file.md")[0];
+  PutNumber(example, kEncodedLengthAt, 8, 21);
+  PutNumber(example, kEncodedSecondsAt, 2, 16);
+  ASSERT_TRUE(DIOFile::CreateDirectoryA("S:\\db\\samples\\tone"));
+  for (const std::string name : {"High.wav", "High.esmp"})
+    WriteBytes(folder_ + "/s/db/samples/tone/" + name, "never looked into");
+  SetWriteTime("S:\\db\\samples\\tone\\High.wav", 1773307815, 250000000);
+  SetWriteTime("S:\\db\\samples\\tone\\High.esmp", 1773307816, 250000000);
 
-  std::size_t at = kPayloadAt;
-  EXPECT_EQ(Text("Low"), stored.substr(at, 4));
-  EXPECT_EQ(2u, NumberAt(stored, at + 4, 4));
-  at += 8;
-  const SDSample& low = Record("Low");
-  const std::string texts = Text("Low") + Text(low.originalName) + Text(low.fileName);
-  EXPECT_EQ(texts, stored.substr(at, texts.size()));
-  at += texts.size();
-  EXPECT_EQ(2u, NumberAt(stored, at, 4));
-  EXPECT_EQ(1u, NumberAt(stored, at + 4, 4));
-  for (const std::size_t info : {at + 8, at + 64}) {
-    EXPECT_EQ(32000u, NumberAt(stored, info, 4));
-    EXPECT_EQ(20u, NumberAt(stored, info + 8, 8));
-    EXPECT_EQ(0u, NumberAt(stored, info + 16, 8));
-    EXPECT_EQ(0u, NumberAt(stored, info + 24, 8));
-    EXPECT_EQ(60u, NumberAt(stored, info + 32, 1));
-  }
-  const std::string time("\xD1\x07\x09\0\0\0\x09\0\x01\0\x2E\0\x28\0\xFA\0", 16);
-  EXPECT_EQ(time, stored.substr(at + 48, 16));
-
-  // The second record is the last, and its texts are literal.
-  at += kNumbersSize;
-  const SDSample& high = Record("High");
-  const std::string more = Text("High") + Text("S:\\wav\\100% %s.wav") + Text(high.fileName);
-  EXPECT_EQ(more, stored.substr(at, more.size()));
-  at += more.size();
-  EXPECT_EQ(4u, NumberAt(stored, at, 4));
-  EXPECT_EQ(2u, NumberAt(stored, at + 4, 4));
-  EXPECT_EQ(5u, NumberAt(stored, at + 8 + 16, 8));
-  EXPECT_EQ(24u, NumberAt(stored, at + 8 + 24, 8));
-  EXPECT_EQ(stored.size(), at + kNumbersSize);
-  EXPECT_EQ("head" + stored.substr(16) + "tail", StoredInDatabase());
+  ASSERT_EQ(SDAccess::ERROR_OK, LoadFile(example));
+  const SDSample& record = Record("High");
+  EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, record.compType);
+  EXPECT_EQ(1, record.numChannels);
+  EXPECT_EQ(32000u, record.info.frq);
+  EXPECT_EQ(20u, record.info.length);
+  EXPECT_EQ(4u, record.info.loop);
+  EXPECT_EQ(16u, record.info.loopLength);
+  EXPECT_EQ(62, record.info.orgKey);
+  EXPECT_EQ(21u, record.encodedInfo.length);
+  EXPECT_EQ(example, Stored());
+  EXPECT_EQ("head" + example.substr(16) + "tail", StoredInDatabase());
 }
 
 TEST_F(StoredSample, ComesBackWhole) {

@@ -1,5 +1,6 @@
 // The stored form of a setup node, what a save means to the lists of files, and files that are not
 // what they should be.
+#include "tests/format_page.h"
 #include "tests/sd_stored.h"
 
 namespace sdtest {
@@ -37,21 +38,13 @@ class StoredSetup : public StoredTest<SDSetup, SampleDataTest> {
   SDSetup& setup_;
 };
 
-TEST_F(StoredSetup, HasTheAgreedBytes) {
-  Fill();
-  const std::string payload =
-      Bytes({'.', '\\', 's', 'a', 'm', 'p', 'l', 'e', 's', '\\', 0}) + Bytes({2, 0}) +
-      // A percent sign is text.
-      std::string("Low 50%s") + Bytes({0, 1, 7, 0}) + std::string("High") + Bytes({0, 200, 0, 0});
-  const auto size = static_cast<int>(payload.size());
-  const std::string body = "TYPE" + Bytes({16, 0, 0, 0, 0, 0, 0, 0}) +
-                           Bytes({0xD2, 0x1E, 0x55, 0xD0, 0x87, 0x14, 0xD4, 0x11,  //
-                                  0xBA, 0x67, 0x00, 0x50, 0xDA, 0x72, 0xA9, 0x82}) +
-                           "VERS" + Bytes({4, 0, 0, 0, 0, 0, 0, 0}) + Bytes({0, 0, 1, 0}) + "DATA" +
-                           Bytes({size, 0, 0, 0, 0, 0, 0, 0}) + payload;
-  EXPECT_EQ("KLVO" + Bytes({72 + size, 0, 0, 0, 0, 0, 0, 0}) + "OBJ " + body, Stored());
-
-  EXPECT_EQ("head" + body + "tail", StoredInDatabase());
+TEST_F(StoredSetup, HasTheBytesOfItsPage) {
+  setup_.SetSampleFolder("S:\\db\\samples\\");
+  setup_.AddQualityClass("Low", 10, 0);
+  setup_.AddQualityClass("High", 100, 1);
+  const std::string example = format_page::Examples("node-file.md")[1];
+  EXPECT_EQ(example, Stored());
+  EXPECT_EQ("head" + example.substr(16) + "tail", StoredInDatabase());
 }
 
 TEST_F(StoredSetup, ComesBackWithItsCountsFromADatabaseOnly) {
