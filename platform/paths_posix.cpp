@@ -257,9 +257,7 @@ UINT GetTempFileNameA(LPCSTR folder, LPCSTR prefix, UINT unique, LPSTR buffer) {
         posix::GiveText(name, MAX_PATH, buffer);
         return number;
       }
-      if (error != ERROR_FILE_EXISTS && error != ERROR_SHARING_VIOLATION) {
-        return static_cast<UINT>(posix::Fail(error));
-      }
+      if (error != ERROR_FILE_EXISTS) return static_cast<UINT>(posix::Fail(error));
     }
     return static_cast<UINT>(posix::Fail(ERROR_FILE_EXISTS));
   });
