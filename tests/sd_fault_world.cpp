@@ -19,27 +19,6 @@ std::filesystem::file_time_type Time(int seconds) {
   return std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(seconds)));
 }
 
-// Numbers as AIFF has them.
-std::string Big(std::uint32_t value, int width) {
-  std::string bytes;
-  while (width-- > 0)
-    bytes += static_cast<char>(value >> (8 * width) & 0xFF);
-  return bytes;
-}
-
-std::string AiffBytes(const Wav& sound) {
-  std::string samples;
-  for (const int sample : sound.samples)
-    samples += Big(static_cast<std::uint32_t>(sample), sound.bits / 8);
-  const auto frames = static_cast<std::uint32_t>(sound.samples.size()) / sound.channels;
-  const std::string rate = "\x40\x0D" + Big(32000u << 17, 4) + Big(0, 4);
-  const std::string body = "AIFFCOMM" + Big(18, 4) + Big(sound.channels, 2) + Big(frames, 4) +
-                           Big(sound.bits, 2) + rate + "SSND" +
-                           Big(static_cast<std::uint32_t>(samples.size()) + 8, 4) + Big(0, 4) +
-                           Big(0, 4) + samples;
-  return "FORM" + Big(static_cast<std::uint32_t>(body.size()), 4) + body;
-}
-
 // The sounds of all worlds. What a world starts with is older than its files, the rest is newer.
 struct Sounds : platform_test::TempFolder {
   Sounds() : platform_test::TempFolder(platform_test::FastPlace()) {

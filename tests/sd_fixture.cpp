@@ -13,6 +13,7 @@
 #include "audio/audio.h"
 #include "platform/native.h"
 #include "sampledata/sd_intern.h"
+#include "tests/audio_helpers.h"
 
 namespace fs = std::filesystem;
 
@@ -89,44 +90,44 @@ std::string Difference(const Tree& before, const Tree& after) {
 
 namespace {
 
-void Append(std::string& bytes, std::uint32_t value, int width) {
-  for (int i = 0; i < width; ++i)
-    bytes += static_cast<char>(value >> (8 * i) & 0xFF);
+using audiotest::Bytes;
+using audiotest::Le;
+using audiotest::operator+;
+
+// 8-bit samples are unsigned in a WAV and signed in an AIFF.
+Bytes SampleBytes(const Wav& wav, Bytes (*number)(qz::uint64, int), int zero8) {
+  Bytes bytes;
+  for (const int sample : wav.samples) {
+    const int stored = wav.bits == 8 ? sample + zero8 : sample;
+    const Bytes value = number(static_cast<qz::uint64>(stored), wav.bits / 8);
+    bytes.insert(bytes.end(), value.begin(), value.end());
+  }
+  return bytes;
 }
 
 }  // namespace
 
 std::string WavBytes(const Wav& wav) {
-  const std::uint32_t frameSize = wav.channels * wav.bits / 8u;
-  std::string body = "WAVEfmt ";
-  Append(body, 16, 4);
-  Append(body, 1, 2);  // plain samples
-  Append(body, wav.channels, 2);
-  Append(body, wav.rate, 4);
-  Append(body, wav.rate * frameSize, 4);
-  Append(body, frameSize, 2);
-  Append(body, wav.bits, 2);
+  const qz::ulong frame = wav.channels * wav.bits / 8u;
+  Bytes chunks =
+      audiotest::Chunk("fmt ", Le(1, 2) + Le(wav.channels, 2) + Le(wav.rate, 4) +
+                                   Le(wav.rate * frame, 4) + Le(frame, 2) + Le(wav.bits, 2));
   if (wav.loop) {
-    body += "smpl";
-    Append(body, 60, 4);
-    for (const std::uint32_t value : {0u, 0u, 1000000000u / wav.rate, 60u, 0u, 0u, 0u, 1u, 0u}) {
-      Append(body, value, 4);
-    }
-    for (const std::uint32_t value : {0u, 0u, wav.loopStart, wav.loopEnd, 0u, 0u}) {
-      Append(body, value, 4);
-    }
+    chunks = chunks + audiotest::Chunk(
+                          "smpl", audiotest::Words({0, 0, 1000000000 / wav.rate, 60, 0, 0, 0, 1, 0,
+                                                    0, 0, wav.loopStart, wav.loopEnd, 0, 0}));
   }
-  body += "data";
-  Append(body, static_cast<std::uint32_t>(wav.samples.size()) * wav.bits / 8u, 4);
-  for (const int sample : wav.samples) {
-    // 8-bit samples are unsigned in the file.
-    const int stored = wav.bits == 8 ? sample + 128 : sample;
-    Append(body, static_cast<std::uint32_t>(stored), wav.bits / 8);
-  }
-  if (body.size() % 2 != 0) body += '\0';
-  std::string file = "RIFF";
-  Append(file, static_cast<std::uint32_t>(body.size()), 4);
-  return file + body;
+  const Bytes file =
+      audiotest::RiffFile(chunks + audiotest::Chunk("data", SampleBytes(wav, Le, 128)));
+  return {file.begin(), file.end()};
+}
+
+std::string AiffBytes(const Wav& wav) {
+  const auto frames = static_cast<qz::ulong>(wav.samples.size()) / wav.channels;
+  const Bytes file =
+      audiotest::AiffFile(audiotest::AiffCommon(wav.channels, frames, wav.bits, wav.rate) +
+                          audiotest::AiffSamples(SampleBytes(wav, audiotest::Be, 0)));
+  return {file.begin(), file.end()};
 }
 
 Wav SomeSound(std::uint32_t frames, std::uint16_t channels, std::uint16_t bits) {

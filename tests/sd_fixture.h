@@ -131,6 +131,7 @@ struct Wav {
   std::uint32_t loopEnd = 0;  // inclusive
 };
 std::string WavBytes(const Wav& wav);
+std::string AiffBytes(const Wav& wav);  // without its loop
 // `frames` samples a channel of a sound that is neither silent nor periodic, the channels unlike.
 Wav SomeSound(std::uint32_t frames, std::uint16_t channels = 1, std::uint16_t bits = 16);
 // Writes a sound of one channel and 16 bits, with 62 for its key, as a compressed file.
