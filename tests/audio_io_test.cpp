@@ -27,6 +27,7 @@ TEST(AudioEndian, OddElementSizesAndNoElementsTouchNothing) {
     EXPECT_EQ(audioReadMotorola(buffer.data(), size, 1, stream), 0u) << size;
     EXPECT_EQ(audioWriteEndian(buffer.data(), size, 1, stream, true), 0u) << size;
     EXPECT_EQ(audioReadIntel(nullptr, 4, 0, stream), 0u);
+    EXPECT_EQ(audioWriteEndian(nullptr, 4, 0, stream, false), 0u);
     EXPECT_EQ(buffer, Bytes(8, 0xAA));
     EXPECT_EQ(std::ftell(stream), 0);
   }

@@ -47,6 +47,9 @@ struct SDTestAccess {
   static qz::string EncodedName(const SDAccess& node, const qz::string& name) {
     return node.BuildEncodedSampleDataFileName(name);
   }
+  static SDCompType TypeOf(const SDAccess& node, const qz::string& name) {
+    return node.CompTypeStringToBin(name);
+  }
   static bool CreateSampleFileName(const SDAccess& node, qz::string& name) {
     return node.CreateSampleFileName(nullptr, name);
   }

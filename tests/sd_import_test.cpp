@@ -45,6 +45,8 @@ TEST_F(SampleSet, ImportedSampleTellsItsNumbersAndNames) {
   EXPECT_EQ(1, info.numChannels);
   EXPECT_EQ("untouched", info.QualityClass);
   EXPECT_EQ("ADPCM+", info.type);
+  EXPECT_EQ(SDAccess::COMPTYPE_ADPCMPLUS, SDTestAccess::TypeOf(access_, info.type));
+  EXPECT_EQ(SDAccess::COMPTYPE_NONE, SDTestAccess::TypeOf(access_, "adpcm"));
   EXPECT_EQ(Record("High").fileName, info.fileName);
   EXPECT_EQ(source, info.originalName);
   SDInfo original;
