@@ -182,17 +182,6 @@ TEST_F(Files, ACopyKeepsTimeAttributesAndHoles) {
   CloseHandle(file);
 }
 
-TEST_F(Files, AFullDiskIsTold) {
-  platform::MountDrive('D', "/dev");
-  const HANDLE full = Open("D:\\full", GENERIC_WRITE);
-  DWORD done = 7;
-  EXPECT_FALSE(WriteFile(full, "x", 1, &done, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
-  EXPECT_EQ(done, 0u);
-  CloseHandle(full);
-  platform::MountDrive('D', "");
-}
-
 TEST_F(Files, MovesAndCopiesCrossFileSystems) {
   char other[] = "/dev/shm/platform_test_XXXXXX";
   if (mkdtemp(other) == nullptr) GTEST_SKIP() << "no second file system";

@@ -355,15 +355,15 @@ class SystemFaults : public PlatformTest {
   // The operation where nothing fails.
   void DoWhole(O operation) {
     Prepare();
-    for (const bool attributesToo : {false, true})
-      before_[attributesToo] = Now(attributesToo);
+    before_[0] = Now(false);
+    before_[1] = Now(true);
     Fault none{operation.lacks};
     Perform(operation, none, 0, false);
     Prepare();
     none.calls.clear();
     whole_ = Perform(operation, none, 0, false);
-    for (const bool attributesToo : {false, true})
-      after_[attributesToo] = Now(attributesToo);
+    after_[0] = Now(false);
+    after_[1] = Now(true);
     calls_ = none.calls;
   }
 
