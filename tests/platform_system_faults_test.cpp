@@ -381,10 +381,9 @@ class SystemFaults : public PlatformTest {
                    << operation.to << ": " << name << ' ' << failing.n << allocation << ", error "
                    << number << ", extent " << failing.extent << forGood);
       // Flags that cannot be read are the usual ones, and a mark that fails keeps nobody from
-      // writing. What fails for good, or where it takes something back, can leave more.
+      // writing. What fails for good can leave more, and so does what somebody else has locked.
       const bool flags = !name.ends_with("getxattr") && operation.body != Use;
-      const bool alone = failing.extent == kOnce && !forGood && name != "unlink" &&
-                         name != "rmdir" && name != "flock" && name != "close";
+      const bool alone = failing.extent == kOnce && !forGood && name != "flock" && name != "close";
       if (outcome == whole_ || (!flags && outcome.error == whole_.error)) {
         EXPECT_THAT(Now(flags), testing::IsSupersetOf(after_[flags]));
         EXPECT_TRUE(!alone || Now(flags) == after_[flags]);
