@@ -182,6 +182,52 @@ TEST_F(Files, ACopyKeepsTimeAttributesAndHoles) {
   CloseHandle(file);
 }
 
+TEST_F(Files, CallsThatMakeNoSenseAreRefused) {
+  Put("a.wav", "1");
+  ASSERT_TRUE(CreateDirectoryA("T:\\dir", nullptr));
+  const HANDLE none = reinterpret_cast<HANDLE>(std::intptr_t{-6});
+  DWORD number = 0;
+  OVERLAPPED read{};
+  FILETIME late{0, 0x80000000u};
+  SYSTEMTIME time;
+  WIN32_FIND_DATAA data;
+  const auto error = [](auto answer) { return answer ? NO_ERROR : GetLastError(); };
+  const std::pair<DWORD, DWORD> answers[] = {
+      {error(SetFileAttributesA("T:\\a.wav\\", 0)), ERROR_INVALID_NAME},
+      {error(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_DIRECTORY)), ERROR_INVALID_PARAMETER},
+      {error(CopyFileA("T:\\a.wav\\", "T:\\b", TRUE)), ERROR_INVALID_NAME},
+      {error(CopyFileA("T:\\a.wav", "T:\\b\\", TRUE)), ERROR_INVALID_NAME},
+      {error(CopyFileA("T:\\a.wav", "T:\\dir", FALSE)), ERROR_ACCESS_DENIED},
+      {error(MoveFileA("T:\\", "T:\\b")), ERROR_ACCESS_DENIED},
+      {error(MoveFileA("T:\\a.wav", "T:\\")), ERROR_ACCESS_DENIED},
+      {error(MoveFileA("T:\\a.wav\\", "T:\\b")), ERROR_INVALID_NAME},
+      {error(MoveFileA("T:\\a.wav", "T:\\b\\")), ERROR_INVALID_NAME},
+      {error(SetCurrentDirectoryA("T:\\a.wav")), ERROR_DIRECTORY},
+      {TryOpen("T:\\"), ERROR_ACCESS_DENIED},
+      {TryOpen("T:\\", GENERIC_WRITE, 0, CREATE_NEW), ERROR_FILE_EXISTS},
+      {error(platform::fopen("T:\\a.wav", "a") != nullptr), ERROR_INVALID_PARAMETER},
+      {error(FileTimeToSystemTime(&late, &time)), ERROR_INVALID_PARAMETER},
+      {error(FindFirstFileA("", &data) != INVALID_HANDLE_VALUE), ERROR_PATH_NOT_FOUND},
+      {error(FindNextFileA(none, &data)), ERROR_INVALID_HANDLE},
+      {error(WriteFile(none, "", 0, nullptr, nullptr)), ERROR_INVALID_HANDLE},
+      {error(GetFileTime(none, nullptr, nullptr, nullptr)), ERROR_INVALID_HANDLE},
+      {error(SetEvent(none)), ERROR_INVALID_HANDLE},
+      {error(GetExitCodeProcess(none, &number)), ERROR_INVALID_HANDLE},
+      {error(GetOverlappedResult(none, &read, &number, FALSE)), ERROR_INVALID_HANDLE},
+      {error(PeekNamedPipe(none, nullptr, 0, nullptr, &number, nullptr)), ERROR_INVALID_HANDLE},
+      {error(CancelIo(none)), ERROR_INVALID_HANDLE},
+      {error(SetStdHandle(7, nullptr)), ERROR_INVALID_HANDLE},
+      {error(WaitForSingleObject(none, 0) != WAIT_FAILED), ERROR_INVALID_HANDLE},
+      {error(WaitForMultipleObjects(0, &none, FALSE, 0) != WAIT_FAILED), ERROR_INVALID_PARAMETER},
+      {error(CreateNamedPipeA("x", 1, 0, 1, 0, 0, 0, nullptr) != INVALID_HANDLE_VALUE),
+       ERROR_INVALID_NAME},
+      {error(MultiByteToWideChar(1, 0, "a", 1, nullptr, 0)), ERROR_INVALID_PARAMETER},
+      {error(WideCharToMultiByte(1, 0, u"a", 1, nullptr, 0, nullptr, nullptr)),
+       ERROR_INVALID_PARAMETER}};
+  for (std::size_t i = 0; i < std::size(answers); ++i)
+    EXPECT_EQ(answers[i].first, answers[i].second) << i;
+}
+
 TEST_F(Files, MovesAndCopiesCrossFileSystems) {
   char other[] = "/dev/shm/platform_test_XXXXXX";
   if (mkdtemp(other) == nullptr) GTEST_SKIP() << "no second file system";
