@@ -281,16 +281,21 @@ TEST_F(SampleSet, ListsItsFilesOnceForEachStateThatLeavesThem) {
   const auto listed = [this] { return Sizes(ToDelete().size(), Unsaved().size()); };
   ImportTwo();
   EXPECT_EQ(Sizes(1, 3), listed());
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
-  EXPECT_EQ(Sizes(3, 4), listed());
-  EXPECT_TRUE(host_.UndoLast());
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckOut("S:\\wav"));
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
+  EXPECT_EQ(Sizes(3, 5), listed());
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.UndoCheckIn());
   EXPECT_EQ(Sizes(1, 5), listed());
+  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
+  EXPECT_EQ(Sizes(3, 6), listed());
+  EXPECT_TRUE(host_.UndoLast());
+  EXPECT_EQ(Sizes(1, 7), listed());
   HDBUndoInfo record;
   EXPECT_TRUE(access_.GatherDeleteInfo(&record));
   host_.Remove(node_);
-  EXPECT_EQ(Sizes(5, 5), listed());
+  EXPECT_EQ(Sizes(5, 7), listed());
   EXPECT_TRUE(host_.AddSample().Sample().DoUndo(&record));
-  EXPECT_EQ(Sizes(3, 7), listed());
+  EXPECT_EQ(Sizes(3, 9), listed());
   host_.undo.push_back({nullptr, record});
 }
 
