@@ -162,19 +162,4 @@ TEST_F(Names, NativePathsTurnBackAndForth) {
   EXPECT_EQ(GetFileAttributesA("T:\\Dir"), INVALID_FILE_ATTRIBUTES);
 }
 
-TEST_F(Names, TemporaryOnesAreFreshAndInPlace) {
-  setenv("TMP", root_.c_str(), 1);
-  char names[20][MAX_PATH];
-  EXPECT_EQ(GetTempPathA(MAX_PATH, names[0]), 3u);
-  EXPECT_STREQ(names[0], "T:\\");
-  unsetenv("TMP");
-  for (char* const name : names) {
-    const UINT number = GetTempFileNameA("T:\\", "dio", 0, name);
-    char expected[MAX_PATH];
-    std::snprintf(expected, sizeof expected, "T:\\dio%X.tmp", number);
-    EXPECT_STREQ(name, expected);
-  }
-  EXPECT_EQ(Find("T:\\dio*.tmp").size(), 20u);
-}
-
 }  // namespace

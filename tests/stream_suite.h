@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -90,17 +89,18 @@ class StreamSuite : public ::testing::Test {
 TYPED_TEST_SUITE_P(StreamSuite);
 
 TYPED_TEST_P(StreamSuite, NumbersStandInTheByteOrderOfTheStream) {
-  const auto writeAll = [this] {
-    DIOFile& to = *this->file;
-    return to.Write('a') && to.Write(qz::uchar{0xFE}) && to.Write(short{-2}) &&
-           to.Write(qz::ushort{0x1234}) && to.Write(qz::slong{-2}) &&
-           to.Write(qz::ulong{0x12345678}) && to.Write(qz::int64{-2}) &&
-           to.Write(qz::uint64{0x123456789ABCDEF0u}) && to.Write(1.0f) && to.Write(-2.5) &&
-           to.Write(DIOFile::v32{1.0f, 2.0f, -0.0f});
+  const auto all = [this](auto move) {
+    bool fine = true;
+    for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
+      this->file->SetEndian(order);
+      fine = fine && move('a') && move(qz::uchar{0xFE}) && move(short{-2}) &&
+             move(qz::ushort{0x1234}) && move(qz::slong{-2}) && move(qz::ulong{0x12345678}) &&
+             move(qz::int64{-2}) && move(qz::uint64{0x123456789ABCDEF0u}) && move(1.0f) &&
+             move(-2.5) && move(DIOFile::v32{1.0f, 2.0f, -0.0f});
+    }
+    return fine;
   };
-  EXPECT_TRUE(writeAll());
-  this->file->SetEndian(DIOFile::ENDIAN_BIG);
-  EXPECT_TRUE(writeAll());
+  EXPECT_TRUE(all([this](auto value) { return this->file->Write(value); }));
   const std::string little = stream_suite::FromHex(
       "61 FE FEFF 3412 FEFFFFFF 78563412 FEFFFFFFFFFFFFFF F0DEBC9A78563412"
       "0000803F 00000000000004C0 0000803F 00000040 00000080");
@@ -111,25 +111,10 @@ TYPED_TEST_P(StreamSuite, NumbersStandInTheByteOrderOfTheStream) {
 
   this->file = this->streams.Reopen();
   ASSERT_NE(this->file, nullptr);
-  const auto next = [this](auto value) {
-    EXPECT_TRUE(this->file->Read(value));
-    return value;
-  };
-  for (const auto order : {DIOFile::ENDIAN_LITTLE, DIOFile::ENDIAN_BIG}) {
-    this->file->SetEndian(order);
-    EXPECT_EQ(next(char{}), 'a');
-    EXPECT_EQ(next(qz::uchar{}), 0xFE);
-    EXPECT_EQ(next(short{}), -2);
-    EXPECT_EQ(next(qz::ushort{}), 0x1234);
-    EXPECT_EQ(next(qz::slong{}), -2);
-    EXPECT_EQ(next(qz::ulong{}), 0x12345678u);
-    EXPECT_EQ(next(qz::int64{}), -2);
-    EXPECT_EQ(next(qz::uint64{}), 0x123456789ABCDEF0u);
-    EXPECT_EQ(next(float{}), 1.0f);
-    EXPECT_EQ(next(double{}), -2.5);
-    const DIOFile::v32 vector = next(DIOFile::v32{});
-    EXPECT_TRUE(vector.x == 1.0f && vector.y == 2.0f && std::signbit(vector.z));
-  }
+  EXPECT_TRUE(all([this](auto expected) {
+    auto value = decltype(expected){};
+    return this->file->Read(value) && std::memcmp(&value, &expected, sizeof value) == 0;
+  }));
 }
 
 TYPED_TEST_P(StreamSuite, AReadCutByTheEndKeepsWhatItRead) {
@@ -142,12 +127,9 @@ TYPED_TEST_P(StreamSuite, AReadCutByTheEndKeepsWhatItRead) {
   EXPECT_EQ(stream_suite::PositionOf(this->file), 11u);
 
   ASSERT_TRUE(this->file->SetPosition(qz::ulong{8}, DIOFile::SEEKMODE_START));
-  float single = 7.0f;
-  EXPECT_FALSE(this->file->Read(single));
-  ASSERT_TRUE(this->file->SetPosition(qz::ulong{4}, DIOFile::SEEKMODE_START));
   double wide = 7.0;
   EXPECT_FALSE(this->file->Read(wide));
-  EXPECT_EQ(single + wide, 14.0);
+  EXPECT_EQ(wide, 7.0);
 
   this->file->SetEndian(DIOFile::ENDIAN_LITTLE);
   for (const qz::ulong at : {0u, 4u, 8u}) {
@@ -212,22 +194,15 @@ TYPED_TEST_P(StreamSuite, TextsAreFormatsWithCarriageReturnsInFrontOfLineFeeds) 
             std::string("a\r\nb\r\r\n\r\n\r\nx\r\n\0\0", 16) + "100% %n%s|-7|%|  2.2|z|12345678!");
 }
 
-TYPED_TEST_P(StreamSuite, TextsWithManyBytesACharacterComeBackWhole) {
-  const char* const texts[] = {"", "Z\xC3\xBCrich", "\xE9\x9F\xB3 \xF0\x9F\x8E\xB5",
-                               "bad \xFF\xC3 end"};
-  for (const char* text : texts) {
-    EXPECT_TRUE(this->file->WriteStringZ("%s", text) && this->file->WriteStringZ(text));
-  }
-  this->ReadFrom("ab\xC3\xA4");  // a text without its end
+TYPED_TEST_P(StreamSuite, ATextWithoutItsEndIsReadAndAFailure) {
+  EXPECT_TRUE(this->file->WriteStringZ("bad \xFF\xC3 end"));
+  this->ReadFrom("ab\xC3\xA4");
   qz::string read = "old";
-  for (const char* text : texts) {
-    EXPECT_TRUE(this->file->ReadString(read) && read == text);
-    EXPECT_TRUE(this->file->ReadString(read) && read == text);
+  EXPECT_TRUE(this->file->ReadString(read) && read == "bad \xFF\xC3 end");
+  for (const char* const rest : {"ab\xC3\xA4", ""}) {
+    EXPECT_FALSE(this->file->ReadString(read));
+    EXPECT_TRUE(read == rest);
   }
-  EXPECT_FALSE(this->file->ReadString(read));
-  EXPECT_TRUE(read == "ab\xC3\xA4");
-  EXPECT_FALSE(this->file->ReadString(read));
-  EXPECT_TRUE(read.empty());
 }
 
 TYPED_TEST_P(StreamSuite, ATextBeyondItsBufferIsRefusedWhole) {
@@ -255,19 +230,15 @@ TYPED_TEST_P(StreamSuite, InsertCopiesFromPositionToPosition) {
   // At its end there is nothing to take, and an empty piece of nothing is fine.
   EXPECT_FALSE(this->file->Insert(source));
   EXPECT_TRUE(this->file->Insert(source, 0));
-  EXPECT_EQ(stream_suite::PositionOf(this->file), 0u);
 
   ASSERT_TRUE(stream_suite::WriteBytes(this->file, "0123456789"));
   ASSERT_TRUE(this->file->SetPosition(qz::ulong{2}, DIOFile::SEEKMODE_START));
   ASSERT_TRUE(source->SetPosition(qz::ulong{5}, DIOFile::SEEKMODE_START));
-  EXPECT_TRUE(this->file->Insert(source, 3));
-  EXPECT_EQ(stream_suite::PositionOf(this->file), 5u);
-  EXPECT_EQ(stream_suite::PositionOf(source), 8u);
-  ASSERT_TRUE(this->file->SetPosition(qz::ulong{10}, DIOFile::SEEKMODE_START));
-  EXPECT_TRUE(this->file->Insert(source, 65536));
+  EXPECT_TRUE(this->file->Insert(source, 3) && this->file->Insert(source, 65536));
+  EXPECT_EQ(stream_suite::PositionOf(source), 8u + 65536);
   EXPECT_TRUE(this->file->Insert(source));
   // More than there is: the whole blocks before the failure are there.
-  std::string expected = "01" + pattern.substr(5, 3) + "56789" + pattern.substr(8);
+  std::string expected = "01" + pattern.substr(5);
   for (const qz::uint64 more : {1u, 65536u}) {
     ASSERT_TRUE(source->SetPosition(qz::ulong{0}, DIOFile::SEEKMODE_START));
     EXPECT_FALSE(this->file->Insert(source, pattern.size() + more));
@@ -277,27 +248,20 @@ TYPED_TEST_P(StreamSuite, InsertCopiesFromPositionToPosition) {
   EXPECT_TRUE(this->Finish() == expected);
 }
 
-TYPED_TEST_P(StreamSuite, LabelsNameThePositionTheyWereFirstSetAt) {
-  ASSERT_TRUE(stream_suite::WriteBytes(this->file, std::string(100, '.')));
-  EXPECT_EQ(this->file->GetLabel("here"), ~qz::uint64{0});
-  EXPECT_TRUE(this->file->SetLabel("here"));
-  EXPECT_TRUE(this->file->WriteLabel("here"));
-  EXPECT_TRUE(this->file->SetLabel("here"));
-  EXPECT_TRUE(this->file->SetLabel("Here"));
-  EXPECT_EQ(this->file->GetLabel("here"), 100u);
-  EXPECT_EQ(this->file->GetLabel("Here"), 104u);
-  EXPECT_EQ(this->Finish().substr(100), stream_suite::FromHex("64000000"));
-}
-
-TYPED_TEST_P(StreamSuite, ReferencesAreFilledWhenTheStreamEnds) {
+TYPED_TEST_P(StreamSuite, ReferencesNameThePlaceOfTheirLabelAtTheEnd) {
   EXPECT_TRUE(this->file->WriteLabel("b"));      // 0: waits
   EXPECT_TRUE(this->file->WriteLabel("a"));      // 4: waits
   EXPECT_TRUE(this->file->WriteLabel("b"));      // 8: only the first of a name waits
   EXPECT_TRUE(this->file->WriteLabel("never"));  // 12: nothing comes
   EXPECT_TRUE(this->file->SetLabel("a"));        // 16
   EXPECT_TRUE(this->file->Write('x'));
+  EXPECT_EQ(this->file->GetLabel("b"), ~qz::uint64{0});
   EXPECT_TRUE(this->file->SetLabel("b"));    // 17
   EXPECT_TRUE(this->file->WriteLabel("b"));  // known by now
+  EXPECT_TRUE(this->file->SetLabel("b"));    // the first place stays
+  EXPECT_TRUE(this->file->SetLabel("B"));
+  EXPECT_EQ(this->file->GetLabel("b"), 17u);
+  EXPECT_EQ(this->file->GetLabel("B"), 21u);
   EXPECT_EQ(this->Finish(),
             stream_suite::FromHex("11000000 10000000 00000000 00000000 78 11000000"));
 }
@@ -317,9 +281,8 @@ TYPED_TEST_P(StreamSuite, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd) {
 REGISTER_TYPED_TEST_SUITE_P(
     StreamSuite, NumbersStandInTheByteOrderOfTheStream, AReadCutByTheEndKeepsWhatItRead,
     OddElementSizesAndEmptyArraysMoveNothing, PositionsMoveFromAllThreeOrigins,
-    TextsAreFormatsWithCarriageReturnsInFrontOfLineFeeds, TextsWithManyBytesACharacterComeBackWhole,
+    TextsAreFormatsWithCarriageReturnsInFrontOfLineFeeds, ATextWithoutItsEndIsReadAndAFailure,
     ATextBeyondItsBufferIsRefusedWhole, InsertCopiesFromPositionToPosition,
-    LabelsNameThePositionTheyWereFirstSetAt, ReferencesAreFilledWhenTheStreamEnds,
-    LateReferencesHaveTheWidthAndOrderInForceAtTheEnd);
+    ReferencesNameThePlaceOfTheirLabelAtTheEnd, LateReferencesHaveTheWidthAndOrderInForceAtTheEnd);
 
 #endif  // TESTS_STREAM_SUITE_H_
