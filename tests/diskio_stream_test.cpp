@@ -110,8 +110,7 @@ TEST_F(FileStreamTest, OperationsMakeNoMorePlatformCallsThanTheyMust) {
   const std::string bytes(100000, 'x');
   EXPECT_TRUE(file->Write(1.0) && file->Write(qz::ushort{1}) && file->WriteStringZ("a\nb"));
   EXPECT_EQ(faults.Take(Call::kWriteFile), 3);
-  EXPECT_TRUE(file->Write(bytes.data(), 1, 100000));
-  EXPECT_TRUE(file->Write(bytes.data(), 2, 50000));
+  EXPECT_TRUE(file->Write(bytes.data(), 1, 100000) && file->Write(bytes.data(), 2, 50000));
   EXPECT_EQ(faults.Take(Call::kWriteFile), 2);
   file->SetEndian(DIOFile::ENDIAN_BIG);
   EXPECT_TRUE(file->Write(bytes.data(), 2, 50000));  // 65536 bytes at a time
@@ -148,18 +147,13 @@ TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   faults.Fail(Call::kWriteFile, 2);
   EXPECT_FALSE(file->Write(buffer.data(), 8, 20000));
   EXPECT_EQ(stream_suite::PositionOf(file), 131072u);
-  faults.Fail(Call::kReadFile, 2);
-  faults.Fail(Call::kWriteFile, 1);
-  DIOFile::v32 vector{1, 2, 3};
-  EXPECT_FALSE(file->Read(vector));
-  EXPECT_EQ(vector.y, 2.0f);
+  faults.Fail(Call::kWriteFile);
   EXPECT_FALSE(file->WriteString("text"));
-  EXPECT_EQ(stream_suite::PositionOf(file), 131076u);
   for (const int n : {1, 2, 3}) {
     faults.Fail(Call::kWriteFile, n);
-    EXPECT_FALSE(file->Write(vector));
+    EXPECT_FALSE(file->Write(DIOFile::v32{1, 2, 3}));
   }
-  EXPECT_EQ(stream_suite::PositionOf(file), 131088u);
+  EXPECT_EQ(stream_suite::PositionOf(file), 131084u);
 
   qz::uint64 wide = 5;
   qz::ulong narrow = 5;
@@ -174,7 +168,7 @@ TEST_F(FileStreamTest, FailedCallsMoveNothingAndAreToldAtOnce) {
   EXPECT_FALSE(file->SetLabel("nowhere"));
   EXPECT_EQ(wide + narrow, 10u);
   EXPECT_EQ(file->GetLabel("nowhere"), ~qz::uint64{0});
-  EXPECT_EQ(stream_suite::PositionOf(file), 131088u);
+  EXPECT_EQ(stream_suite::PositionOf(file), 131084u);
 }
 
 TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {

@@ -65,36 +65,20 @@ TEST_F(Files, TheLockEndsWithTheHandleEvenWhileAForkedChildLives) {
   waitpid(child, nullptr, 0);
 }
 
-TEST_F(Files, SharedReadersAndCopiesGoTogether) {
-  Put("a.wav", "1");
-  const HANDLE one = Open("T:\\a.wav", GENERIC_READ, kShared);
-  const HANDLE two = Open("T:\\a.wav", GENERIC_READ, kShared);
-  EXPECT_NE(two, INVALID_HANDLE_VALUE);
-  EXPECT_TRUE(CopyFileA("T:\\a.wav", "T:\\b.wav", TRUE));
-  EXPECT_FALSE(DeleteFileA("T:\\a.wav"));
-  CloseHandle(one);
-  CloseHandle(two);
-  EXPECT_TRUE(DeleteFileA("T:\\a.wav"));
-}
-
 TEST_F(Files, NoOpenWinsAFileThatIsBeingReplaced) {
   // Whoever gets in must hold the file that the name leads to, not one that was just deleted, so
   // that two are never in at once.
-  std::atomic<int> counter{0};
-  std::atomic<int> held{0};
+  std::atomic<bool> held{false};
   std::atomic<bool> clash{false};
   const auto work = [&] {
     for (int i = 0; i < 1000; ++i) {
       const HANDLE file = Open("T:\\lock", kReadWrite, 0, OPEN_ALWAYS);
-      if (file == INVALID_HANDLE_VALUE) {
-        DeleteFileA("T:\\lock");
-        continue;
+      if (file != INVALID_HANDLE_VALUE) {
+        if (held.exchange(true)) clash = true;
+        usleep(100);
+        held = false;
+        CloseHandle(file);
       }
-      if (held.exchange(1) != 0) clash = true;
-      ++counter;
-      usleep(100);
-      held = 0;
-      CloseHandle(file);
       DeleteFileA("T:\\lock");
     }
   };
@@ -104,7 +88,6 @@ TEST_F(Files, NoOpenWinsAFileThatIsBeingReplaced) {
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_FALSE(clash);
-  EXPECT_GT(counter, 0);
 }
 
 TEST_F(Files, WritingMarksArchiveAndOrdinaryFilesHaveNoRecord) {
@@ -163,9 +146,13 @@ TEST_F(Files, ACopyKeepsTimeAttributesAndHoles) {
 TEST_F(Files, CallsThatMakeNoSenseAreRefused) {
   Put("a.wav", "1");
   ASSERT_TRUE(CreateDirectoryA("T:\\dir", nullptr));
+  const HANDLE pipe =
+      CreateNamedPipeA("\\\\.\\pipe\\p", PIPE_ACCESS_INBOUND, 0, 1, 0, 0, 0, nullptr);
+  CloseHandle(Open("\\\\.\\pipe\\p", GENERIC_WRITE));  // its only writer
+  const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  OVERLAPPED read{0, 0, 0, 0, event};
   const HANDLE none = reinterpret_cast<HANDLE>(std::intptr_t{-6});
   DWORD number = 0;
-  OVERLAPPED read{};
   FILETIME late{0, 0x80000000u};
   SYSTEMTIME time;
   WIN32_FIND_DATAA data;
@@ -175,7 +162,6 @@ TEST_F(Files, CallsThatMakeNoSenseAreRefused) {
       {error(SetFileAttributesA("T:\\a.wav", FILE_ATTRIBUTE_DIRECTORY)), ERROR_INVALID_PARAMETER},
       {error(CopyFileA("T:\\a.wav\\", "T:\\b", TRUE)), ERROR_INVALID_NAME},
       {error(CopyFileA("T:\\a.wav", "T:\\b\\", TRUE)), ERROR_INVALID_NAME},
-      {error(CopyFileA("T:\\a.wav", "T:\\dir", FALSE)), ERROR_ACCESS_DENIED},
       {error(MoveFileA("T:\\", "T:\\b")), ERROR_ACCESS_DENIED},
       {error(MoveFileA("T:\\a.wav", "T:\\")), ERROR_ACCESS_DENIED},
       {error(MoveFileA("T:\\a.wav\\", "T:\\b")), ERROR_INVALID_NAME},
@@ -183,9 +169,9 @@ TEST_F(Files, CallsThatMakeNoSenseAreRefused) {
       {error(SetCurrentDirectoryA("T:\\a.wav")), ERROR_DIRECTORY},
       {TryOpen("T:\\"), ERROR_ACCESS_DENIED},
       {TryOpen("T:\\", GENERIC_WRITE, 0, CREATE_NEW), ERROR_FILE_EXISTS},
+      {TryOpen("\\\\server\\x"), ERROR_PATH_NOT_FOUND},
       {error(platform::fopen("T:\\a.wav", "a") != nullptr), ERROR_INVALID_PARAMETER},
       {error(FileTimeToSystemTime(&late, &time)), ERROR_INVALID_PARAMETER},
-      {error(FindFirstFileA("", &data) != INVALID_HANDLE_VALUE), ERROR_PATH_NOT_FOUND},
       {error(FindNextFileA(none, &data)), ERROR_INVALID_HANDLE},
       {error(WriteFile(none, "", 0, nullptr, nullptr)), ERROR_INVALID_HANDLE},
       {error(GetFileTime(none, nullptr, nullptr, nullptr)), ERROR_INVALID_HANDLE},
@@ -199,11 +185,17 @@ TEST_F(Files, CallsThatMakeNoSenseAreRefused) {
       {error(WaitForMultipleObjects(0, &none, FALSE, 0) != WAIT_FAILED), ERROR_INVALID_PARAMETER},
       {error(CreateNamedPipeA("x", 1, 0, 1, 0, 0, 0, nullptr) != INVALID_HANDLE_VALUE),
        ERROR_INVALID_NAME},
+      {TryOpen("\\\\.\\pipe\\none", GENERIC_WRITE), ERROR_FILE_NOT_FOUND},
+      {TryOpen("\\\\.\\pipe\\p", GENERIC_WRITE), ERROR_PIPE_BUSY},
+      {WaitForSingleObject(event, 0), WAIT_TIMEOUT},
+      {error(ReadFile(pipe, &number, 1, &number, &read)), ERROR_BROKEN_PIPE},
       {error(MultiByteToWideChar(1, 0, "a", 1, nullptr, 0)), ERROR_INVALID_PARAMETER},
+      {error(MultiByteToWideChar(CP_ACP, 0, "a", 0, nullptr, 0)), ERROR_INVALID_PARAMETER},
       {error(WideCharToMultiByte(1, 0, u"a", 1, nullptr, 0, nullptr, nullptr)),
        ERROR_INVALID_PARAMETER}};
   for (std::size_t i = 0; i < std::size(answers); ++i)
     EXPECT_EQ(answers[i].first, answers[i].second) << i;
+  EXPECT_TRUE(CloseHandle(pipe) && CloseHandle(event));
 }
 
 TEST_F(Files, MovesAndCopiesCrossFileSystems) {

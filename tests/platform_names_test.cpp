@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <random>
 #include <vector>
 
 #include "platform_support.h"
@@ -45,7 +44,7 @@ std::string Narrow(const std::u16string& wide) {
 }
 
 TEST(Text, EveryByteStringSurvives) {
-  // All pairs of bytes behind each kind of lead, and a long mixture.
+  // All pairs of bytes behind each kind of lead.
   for (const char* front : {"", "\xC3", "\xE2\x82", "\xED", "\xF0\x9F", "\xF4\x8F\xBF"}) {
     for (int pair = 0; pair < 0x10000; ++pair) {
       const std::string text =
@@ -53,11 +52,6 @@ TEST(Text, EveryByteStringSurvives) {
       ASSERT_EQ(Narrow(Widen(text)), text) << pair;
     }
   }
-  std::mt19937 random(7);
-  std::string text(100000, '\0');
-  for (char& c : text)
-    c = static_cast<char>(random() | (random() & 0x80));
-  EXPECT_EQ(Narrow(Widen(text)), text);
 }
 
 TEST(Text, OnlyStrictUtf8IsCharacters) {
@@ -114,9 +108,8 @@ TEST_F(Names, FoldersWithManyNamesStayCurrent) {
 }
 
 TEST_F(Names, MasksFollowTheRulesOfOldNames) {
-  for (const char* name : {"game.db", "Game2.DB", "readme", "c.tar.gz", ".cfg", "b.wave"}) {
+  for (const char* name : {"game.db", "Game2.DB", "readme", "c.tar.gz", ".cfg", "b.wave"})
     Put(name, "");
-  }
   EXPECT_EQ(Find("T:\\game?.db"), (List{"Game2.DB", "game.db"}));
   EXPECT_EQ(Find("T:\\game??.db"), (List{"Game2.DB", "game.db"}));
   EXPECT_EQ(Find("T:\\readme?"), (List{"readme"}));
@@ -157,6 +150,11 @@ TEST_F(Names, NativePathsTurnBackAndForth) {
   EXPECT_TRUE(platform::FromNative(root_ + '/' + std::string(256, 'n'), path, why));
   EXPECT_FALSE(platform::FromNative(root_ + '/' + std::string(257, 'n'), path, why));
   EXPECT_FALSE(platform::ToNative("Q:\\x", native));
+
+  setenv("TMP", root_.c_str(), 1);
+  char temporary[MAX_PATH];
+  EXPECT_TRUE(GetTempPathA(MAX_PATH, temporary) == 3 && temporary == std::string("T:\\"));
+  unsetenv("TMP");
 
   platform::MountDrive('T', "");
   EXPECT_EQ(GetFileAttributesA("T:\\Dir"), INVALID_FILE_ATTRIBUTES);

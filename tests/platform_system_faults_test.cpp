@@ -25,8 +25,8 @@ using Errors = std::map<std::string_view, int>;
 constexpr int kShort = 0;  // for an error: the call moves half of what it should
 enum Extent { kOnce, kThisCall, kAllCalls };
 
-// While it lives, the n-th system call of this thread (from 1) fails as `choice` tells, alone or
-// with those of its kind or all that come after.
+// The n-th system call (from 1) fails with its error number `choice`, alone or with those of its
+// kind or all that come after; or the n-th allocation, alone or with all that come after.
 struct Fault {
   struct Call {
     std::string_view name;
@@ -39,28 +39,26 @@ struct Fault {
     if (lack != lacks.end()) return lack->second;
     const heap_faults::Spared spared;
     calls.push_back(call);
-    if (n == 0 || calls.size() < n) return -1;
-    const auto [name, error] = Failed();
-    if (calls.size() == n) return error;
-    if (extent == kOnce || error == EINTR) return -1;
+    if (calls.size() == n) {
+      name = call.name;
+      return error = call.errors[choice % call.errors.size()];
+    }
+    if (n == 0 || calls.size() < n || extent == kOnce || error == EINTR) return -1;
     if (call.name == name) return error;
     return extent == kAllCalls ? call.errors[0] : -1;
-  }
-
-  // What failed first, with its error.
-  std::pair<std::string_view, int> Failed() const {
-    if (n == 0 || n > calls.size()) return {"allocation", ENOMEM};
-    const auto& [name, errors] = calls[n - 1];
-    return {name, errors[choice % errors.size()]};
   }
 
   const Errors& lacks;  // what this system never can
   std::size_t n = 0;
   std::size_t choice = 0;
   Extent extent = kOnce;
+  int allocation = 0;
+  // What failed, with its error, and all calls that were made.
+  std::string_view name = "allocation";
+  int error = ENOMEM;
   std::vector<Call> calls = {};
 };
-thread_local Fault* fault = nullptr;
+thread_local Fault* fault = nullptr;  // of this thread's calls
 
 }  // namespace
 
@@ -340,50 +338,48 @@ class SystemFaults : public PlatformTest {
     return count;
   }
 
-  Outcome Perform(O operation, Fault& failing, int allocation, bool forGood) {
+  Outcome Perform(O operation, Fault& failing) {
     Outcome outcome;
     outcome.text.reserve(1000);
     SetLastError(kNotTold);
-    heap_faults::Failing heap(allocation, forGood);
+    const heap_faults::Failing heap(failing.allocation, failing.extent != kOnce);
     fault = &failing;
     outcome.error = operation.body(operation, outcome.text);
     fault = nullptr;
-    if (allocation != 0) allocationFailed_ = heap.Fired();
     return outcome;
   }
 
-  // The operation where nothing fails.
+  // The operation where nothing fails; what its first run sets up for good is there in its second.
   void DoWhole(O operation) {
-    Prepare();
-    before_[0] = Now(false);
-    before_[1] = Now(true);
-    Fault none{operation.lacks};
-    Perform(operation, none, 0, false);
-    Prepare();
-    none.calls.clear();
-    whole_ = Perform(operation, none, 0, false);
+    for (int i = 0; i < 2; ++i) {
+      Prepare();
+      before_[0] = Now(false);
+      before_[1] = Now(true);
+      Fault none{operation.lacks};
+      whole_ = Perform(operation, none);
+      calls_ = none.calls;
+    }
     after_[0] = Now(false);
     after_[1] = Now(true);
-    calls_ = none.calls;
   }
 
-  void Try(O operation, const Fault& fails, int allocation = 0, bool forGood = false) {
+  void Try(O operation, const Fault& fails) {
     { SCOPED_TRACE("room for the list of traces"); }
     const std::size_t descriptors = OpenDescriptors();
     const heap_faults::Watch watch;
     {
       Prepare();
       Fault failing = fails;
-      const Outcome outcome = Perform(operation, failing, allocation, forGood);
-      const auto [name, number] = failing.Failed();
+      const Outcome outcome = Perform(operation, failing);
+      const std::string_view name = failing.name;
       SCOPED_TRACE(testing::Message()
                    << "operation " << &operation - kOperations << ", " << operation.from << ' '
-                   << operation.to << ": " << name << ' ' << failing.n << allocation << ", error "
-                   << number << ", extent " << failing.extent << forGood);
+                   << operation.to << ": " << name << ' ' << failing.n << failing.allocation
+                   << ", error " << failing.error << ", extent " << failing.extent);
       // Flags that cannot be read are the usual ones, and a mark that fails keeps nobody from
       // writing. What fails for good can leave more, and so does what somebody else has locked.
       const bool flags = !name.ends_with("getxattr") && operation.body != Use;
-      const bool alone = failing.extent == kOnce && !forGood && name != "flock" && name != "close";
+      const bool alone = failing.extent == kOnce && name != "flock" && name != "close";
       if (outcome == whole_ || (!flags && outcome.error == whole_.error)) {
         EXPECT_THAT(Now(flags), testing::IsSupersetOf(after_[flags]));
         EXPECT_TRUE(!alone || Now(flags) == after_[flags]);
@@ -391,13 +387,13 @@ class SystemFaults : public PlatformTest {
         EXPECT_NE(outcome.error, NO_ERROR) << outcome.text;
         const bool lack = outcome.error == ERROR_NOT_SAME_DEVICE && !operation.lacks.empty();
         EXPECT_TRUE(failing.extent == kAllCalls || lack ||
-                    kLastErrors.at(number).count(outcome.error) != 0)
+                    kLastErrors.at(failing.error).count(outcome.error) != 0)
             << "last error " << outcome.error;
         EXPECT_THAT(Now(alone), testing::IsSupersetOf(before_[alone]));
         EXPECT_TRUE(!alone || Now(true) == before_[true]);
         if (!alone) Prepare();
         Fault none{operation.lacks};
-        EXPECT_TRUE(Perform(operation, none, 0, false) == whole_);
+        EXPECT_TRUE(Perform(operation, none) == whole_);
         EXPECT_EQ(Now(true), after_[true]);
       }
       Prepare();
@@ -429,7 +425,6 @@ class SystemFaults : public PlatformTest {
   Tree after_[2];
   Outcome whole_;
   std::vector<Fault::Call> calls_;
-  bool allocationFailed_ = false;
   int tries_ = 0;
 };
 
@@ -457,11 +452,13 @@ TEST_F(SystemFaults, OfCalls) {
 TEST_F(SystemFaults, OfMemory) {
   for (O operation : kOperations) {
     DoWhole(operation);
-    for (const bool forGood : {false, true}) {
-      allocationFailed_ = true;
+    for (const Extent extent : {kOnce, kThisCall}) {
+      long before = -1;
       // Far into a long operation some are enough.
-      for (int n = 1; allocationFailed_ && !HasFailure(); n += 1 + n / 64) {
-        if (IsNext()) Try(operation, {operation.lacks}, n, forGood);
+      for (int n = 1; heap_faults::Failures() != before && !HasFailure(); n += 1 + n / 64) {
+        if (!IsNext()) continue;
+        before = heap_faults::Failures();
+        Try(operation, {.lacks = operation.lacks, .extent = extent, .allocation = n});
       }
     }
   }
