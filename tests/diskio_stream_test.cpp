@@ -176,8 +176,8 @@ TEST_F(FileStreamTest, AFailedLateReferenceOrCloseIsToldByTheClose) {
     Call call;
     int n;
     const char* after;
-  } cases[] = {{Call::kWriteFile, 2, "0C000000 00000000 00000000"},  // the walk ends there
-               {Call::kCloseHandle, 1, "0C000000 0C000000 0C000000"}};
+  } cases[] = {{Call::kCloseHandle, 1, "0C000000 0C000000 0C000000"},  // but it is closed
+               {Call::kWriteFile, 2, "0C000000 00000000 00000000"}};   // the walk ends there
   for (const auto& c : cases) {
     Create();
     for (const char* name : {"a", "b", "c"})

@@ -1,9 +1,7 @@
 // Files: who keeps whom out, what the read-only bit stops, what a copy keeps and leaves behind.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -17,18 +15,7 @@ namespace {
 constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
 constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-class Files : public PlatformTest {
- protected:
-  // What another process gets when it tries `body`.
-  template <typename Body>
-  static int InChild(Body body) {
-    const pid_t child = fork();
-    if (child == 0) _exit(body());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-};
+using Files = PlatformTest;
 
 TEST_F(Files, AnOpenWithoutSharingShutsOutEverybody) {
   Put("a.wav", "1");
@@ -48,7 +35,11 @@ TEST_F(Files, AnOpenWithoutSharingShutsOutEverybody) {
   EXPECT_EQ(Content("a.wav"), "1") << "a refused CREATE_ALWAYS must not empty the file";
   EXPECT_FALSE(Exists("b.wav"));
   CloseHandle(file);
-  EXPECT_EQ(InChild([] { return static_cast<int>(TryOpen("T:\\a.wav")); }), 0);
+  const HANDLE one = Open("T:\\a.wav", GENERIC_READ, kShared);
+  EXPECT_EQ(InChild([] { return static_cast<int>(TryOpen("T:\\a.wav", GENERIC_READ, kShared)); }),
+            0);
+  EXPECT_FALSE(DeleteFileA("T:\\a.wav"));
+  CloseHandle(one);
 }
 
 TEST_F(Files, TheLockEndsWithTheHandleEvenWhileAForkedChildLives) {

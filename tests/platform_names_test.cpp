@@ -1,8 +1,4 @@
 // Names: without case, in UTF-8 or not, in masks, and between native paths and our notation.
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <vector>
 
 #include "platform_support.h"
@@ -95,9 +91,8 @@ TEST_F(Names, FoldersWithManyNamesStayCurrent) {
     const std::string other = "T:\\NEW" + std::to_string(round);
     if (round % 10 == 5) {
       // A child that looks too must not take the news away from its parent.
-      const pid_t child = fork();
-      if (child == 0) _exit(GetFileAttributesA("T:\\nothing") == INVALID_FILE_ATTRIBUTES ? 0 : 1);
-      waitpid(child, nullptr, 0);
+      const auto look = [] { return GetFileAttributesA("T:\\nothing") != INVALID_FILE_ATTRIBUTES; };
+      EXPECT_EQ(InChild(look), 0);
     }
     ASSERT_EQ(GetFileAttributesA(other.c_str()), INVALID_FILE_ATTRIBUTES);
     Put(name, "");

@@ -3,6 +3,8 @@
 #define TESTS_PLATFORM_SUPPORT_H_
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/faults.h"
 #include "tests/platform_folder.h"
@@ -23,6 +25,16 @@ class PlatformTest : public testing::Test {
   std::string Content(const std::string& name) const { return folder_.Get(name); }
   bool Exists(const std::string& name) const {
     return std::filesystem::exists(std::filesystem::symlink_status(root_ + '/' + name));
+  }
+
+  // What another process gets when it tries `body`.
+  template <typename Body>
+  static int InChild(Body body) {
+    const pid_t child = fork();
+    if (child == 0) _exit(body());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
   static HANDLE Open(const char* name, DWORD access = GENERIC_READ, DWORD share = 0,

@@ -143,7 +143,7 @@ DWORD Use(O o, T text) {
   const bool fine = file.IsOpen() && ReadFile(file.value, bytes, 8, &done, nullptr) &&
                     SetFilePointer(file.value, -2, nullptr, FILE_CURRENT) == 2 &&
                     GetFileSize(file.value, nullptr) == 4 &&
-                    GetFileTime(file.value, &time, &time, &time) &&
+                    GetFileTime(file.value, nullptr, nullptr, &time) &&
                     WriteFile(file.value, bytes + 2, 2, &done, nullptr);
   text += bytes;
   return Told(fine);

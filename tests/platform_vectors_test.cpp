@@ -291,7 +291,6 @@ class Vectors : public testing::Test {
   }
 
   Answer Entry(const std::string& api, const Json& in) {
-    if (api == "FindClose") return {FindClose(INVALID_HANDLE_VALUE)};
     if (api == "CloseHandle") return {CloseHandle(Handle(in))};
     const std::string name = in.contains("name") ? Text(in, "name") : Text(in, "from");
     Answer answer;
