@@ -130,6 +130,7 @@ TEST_F(Names, NativePathsTurnBackAndForth) {
   ASSERT_TRUE(CreateDirectoryA("T:\\Dir", nullptr));
   EXPECT_TRUE(platform::FromNative(root_ + "/x/..//./Dir/new.wav", path, why));
   EXPECT_EQ(path, "T:\\Dir\\new.wav") << "the longest mount wins";
+  EXPECT_TRUE(platform::FromNative(root_ + "x", path, why) && path.starts_with("C:"));
   EXPECT_TRUE(platform::ToNative("t:\\DIR\\new.wav", native));
   EXPECT_EQ(native, root_ + "/Dir/new.wav");
   EXPECT_TRUE(platform::FromNative("/", path, why));
