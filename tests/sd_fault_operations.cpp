@@ -1,6 +1,7 @@
 // The operations of both nodes that can run out of memory or touch the disk.
 #include <cstdlib>
 #include <memory>
+#include <type_traits>
 
 #include "tests/sd_fault_world.h"
 
@@ -34,6 +35,8 @@ const Names kNewFiles = {"+ disk db/samples/", "+ unsaved ", "bookmark"};
 const std::set<int> kFileCodes = {SDAccess::ERROR_NOMEMORY,     SDAccess::ERROR_COULDNOTCOPYSAMPLE,
                                   SDAccess::ERROR_INTERNAL,     SDAccess::ERROR_COULDNOTLOAD,
                                   SDAccess::ERROR_COULDNOTREAD, SDAccess::ERROR_COULDNOTWRITE};
+const std::set<int> kLoadCodes = {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTREAD,
+                                  SDAccess::ERROR_COULDNOTGETSAMPLEINFO};
 const Names kList = {"sample ", "encoded ", "stamp ", "selected ", "folder "};
 
 int Answer(const World& w, SDAccess::SDError error) {
@@ -86,8 +89,22 @@ Operation Remove(const std::string& name, std::function<void(World&)> prepare = 
   return remove;
 }
 
-void EmptyNode(World& w) {
+// What operations find, or undo.
+
+void ImportThird(World& w) {
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
+}
+
+void ChangeHighToPlus(World& w) {
+  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
+}
+
+void RemoveHigh(World& w) {
   EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High"));
+}
+
+void EmptyNode(World& w) {
+  RemoveHigh(w);
   EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low"));
 }
 
@@ -104,10 +121,7 @@ Operation Data(const std::string& name, const std::function<void*(World&, qz::ul
                 if (block != nullptr) w.result.assign(static_cast<const char*>(block.get()), size);
                 return w.Code(block != nullptr);
               },
-          .prepare =
-              [](World& w) {
-                EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
-              },
+          .prepare = ChangeHighToPlus,
           .codes = kFileCodes,
           .untold = kEnds + Calls{Call::kReadFile}};
 }
@@ -133,72 +147,71 @@ void OpenDatabase(World& w, DIOFile::DIOOpenMode mode) {
   ASSERT_NE(nullptr, w.stream);
 }
 
-template <bool kIsSetup>
-HDBAccessBaseInterface& Object(World& w) {
-  return kIsSetup ? static_cast<HDBAccessBaseInterface&>(w.setup_) : w.access_;
+template <class Object>
+FakeNode& NodeOf(World& w) {
+  return std::is_same_v<Object, SDSetup> ? w.setupNode_ : w.node_;
 }
 
-template <bool kIsSetup>
-int NodeCode(World& w, bool done) {
-  return kIsSetup ? w.SetupCode(done) : w.Code(done);
+template <class Object>
+Object& ObjectOf(World& w) {
+  return static_cast<Object&>(*NodeOf<Object>(w).GetTypeInterface());
 }
 
-template <bool kIsSetup>
+template <class Object>
+int SaveFile(World& w) {
+  Object& object = ObjectOf<Object>(w);
+  return World::Code(object, object.Save(nullptr, &kFile));
+}
+
+template <class Object>
+int SaveToDatabase(World& w) {
+  Object& object = ObjectOf<Object>(w);
+  return World::Code(object, object.Save(w.stream, nullptr));
+}
+
+template <class Object>
 void StoreInDatabase(World& w) {
   OpenDatabase(w, DIOFile::OPENMODE_CREATE);
-  EXPECT_TRUE(Object<kIsSetup>(w).Save(w.stream, nullptr));
+  EXPECT_EQ(0, SaveToDatabase<Object>(w));
   DIOFile::CloseFile(w.stream);
   OpenDatabase(w, DIOFile::OPENMODE_OPEN);
   // The host reads the type chunk.
   EXPECT_TRUE(w.stream->SetPosition(qz::uint64{28}, DIOFile::SEEKMODE_START));
 }
 
-template <bool kIsSetup>
+template <class Object>
 int LoadFromDatabase(World& w) {
   qz::uint64 start = 0;
   {
     const SparedAllocations host;
     EXPECT_TRUE(w.stream->GetPosition(start));
   }
-  const bool loaded = Object<kIsSetup>(w).Load(w.stream, nullptr);
+  const bool loaded = ObjectOf<Object>(w).Load(w.stream, nullptr);
   const SparedAllocations host;
   if (!loaded) w.stream->SetPosition(start, DIOFile::SEEKMODE_START);
-  return NodeCode<kIsSetup>(w, loaded);
+  return World::Code(ObjectOf<Object>(w), loaded);
 }
 
-template <bool kIsSetup>
+template <class Object>
 int LoadFile(World& w) {
-  return NodeCode<kIsSetup>(w, w.host_.LoadNodeFile(kIsSetup ? w.setupNode_ : w.node_, kFile));
+  return World::Code(ObjectOf<Object>(w), w.host_.LoadNodeFile(NodeOf<Object>(w), kFile));
 }
 
-template <bool kIsSetup>
-std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace) {
-  const int write = kIsSetup ? int{SDSetup::ERROR_COULDNOTWRITE} : SDAccess::ERROR_COULDNOTWRITE;
-  const int read = kIsSetup ? int{SDSetup::ERROR_COULDNOTREAD} : SDAccess::ERROR_COULDNOTREAD;
-  // An encoded file that cannot be seen is made anew.
-  const Calls untold = kIsSetup ? kEnds : kEncoder;
-  const std::set<int> reads = {read, kIsSetup ? read : SDAccess::ERROR_NOMEMORY,
-                               kIsSetup ? read : SDAccess::ERROR_COULDNOTGETSAMPLEINFO};
+template <class Object>
+std::vector<Operation> StoredForms(const std::string& name, const Names& inPlace,
+                                   const std::set<int>& reads, const Calls& untold) {
   return {
-      {name + " save to a file",
-       [](World& w) { return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(nullptr, &kFile)); },
-       {},
-       {write},
-       {"stamp "}},
+      {name + " save to a file", SaveFile<Object>, {}, {Object::ERROR_COULDNOTWRITE}, {"stamp "}},
       {.name = name + " save to the database",
-       .body =
-           [](World& w) {
-             return NodeCode<kIsSetup>(w, Object<kIsSetup>(w).Save(w.stream, nullptr));
-           },
+       .body = SaveToDatabase<Object>,
        .prepare = [](World& w) { OpenDatabase(w, DIOFile::OPENMODE_CREATE); },
-       .codes = {write},
+       .codes = {Object::ERROR_COULDNOTWRITE},
        .leaves = {"stamp ", "disk db/database"},
        .deletes = {"disk db/database"}},
-      {name + " load of a file", LoadFile<kIsSetup>,
-       [](World& w) { EXPECT_TRUE(Object<kIsSetup>(w).Save(nullptr, &kFile)); }, reads, inPlace,
-       false, untold},
-      {name + " load from the database", LoadFromDatabase<kIsSetup>, StoreInDatabase<kIsSetup>,
-       reads, inPlace, false, untold},
+      {name + " load of a file", LoadFile<Object>,
+       [](World& w) { EXPECT_EQ(0, SaveFile<Object>(w)); }, reads, inPlace, false, untold},
+      {name + " load from the database", LoadFromDatabase<Object>, StoreInDatabase<Object>, reads,
+       inPlace, false, untold},
   };
 }
 
@@ -285,20 +298,15 @@ int Close(World& w) {
   return 0;
 }
 
-void ChangeAll(World& w) {
-  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
-  EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kPcm16));
+void SaveAndChange(World& w) {
+  EXPECT_TRUE(w.Save());
+  ImportThird(w);
+  ChangeHighToPlus(w);
 }
 
 void SaveChangeAndSave(World& w) {
+  SaveAndChange(w);
   EXPECT_TRUE(w.Save());
-  ChangeAll(w);
-  EXPECT_TRUE(w.Save());
-}
-
-void SaveAndChange(World& w) {
-  EXPECT_TRUE(w.Save());
-  ChangeAll(w);
 }
 
 void SaveChangeAndFailToSave(World& w) {
@@ -315,6 +323,40 @@ Operation Closing(const char* name, void (*prepare)(World&)) {
   closing.untold = AllCalls();
   closing.deletes = {"- disk db/samples/"};
   return closing;
+}
+
+// --- Texts ---
+
+std::string Plain(const qz::string& text) {
+  return text.c_str();
+}
+
+std::string Plain(const std::list<qz::string>& texts) {
+  std::string all;
+  for (const qz::string& text : texts)
+    all += Plain(text) + ",";
+  return all;
+}
+
+// `get` gives a text or several, or none where it fails.
+template <class Get>
+Operation Text(const char* name, Get get) {
+  return {name,
+          [get](World& w) {
+            const auto given = get(w);
+            const SparedAllocations host;
+            w.result = Plain(given);
+            return given.empty() ? kNoCode : 0;
+          },
+          {},
+          {kNoCode}};
+}
+
+qz::string ErrorText(const HDBAccessBaseInterface& node) {
+  qz::string text;
+  qz::ulong code = 0;
+  EXPECT_TRUE(node.GetLastError(text, code));
+  return text;
 }
 
 }  // namespace
@@ -337,8 +379,7 @@ std::vector<Operation> NodeOperations() {
       Change("change to PCM8", "Low", kPcm8),
       Change("change to PCM16", "High", kPcm16),
       Remove("removal of one of two"),
-      Remove("removal of the last",
-             [](World& w) { EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High")); }),
+      Remove("removal of the last", RemoveHigh),
       {"selection", [high](World& w) { return w.Code(w.access_.SetSelQualityClass(high)); }},
       Data("raw data",
            [high](World& w, qz::ulong& size) {
@@ -352,11 +393,7 @@ std::vector<Operation> NodeOperations() {
              size = 60;
              return w.access_.GetDecodedData(high, 1);
            }),
-      {"extra data", ExtraData,
-       [](World& w) {
-         EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("High", kAdpcmPlus));
-       },
-       kFileCodes},
+      {"extra data", ExtraData, ChangeHighToPlus, kFileCodes},
       {"information",
        [high](World& w) {
          SDInfo info;
@@ -371,37 +408,28 @@ std::vector<Operation> NodeOperations() {
        {},
        {kNoCode}},
       {"load that encodes anew",
-       LoadFromDatabase<false>,
+       LoadFromDatabase<SDAccess>,
        [](World& w) {
-         StoreInDatabase<false>(w);
+         StoreInDatabase<SDAccess>(w);
          EXPECT_TRUE(DIOFile::Delete(w.EncodedPath("High")));
        },
-       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTREAD,
-        SDAccess::ERROR_COULDNOTGETSAMPLEINFO},
+       kLoadCodes,
        kList + Names{"disk db/samples"},
        true,
        kEncoder,
        {},
        {"disk db/samples"}},
-      Undo("an import",
-           [](World& w) {
-             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ImportSample("W:\\16.wav", kPcm8, "Third"));
-           }),
+      Undo("an import", ImportThird),
       Undo("a format change",
            [](World& w) {
              EXPECT_TRUE(w.Save());
-             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.ChangeSampleFormat("Low", kAdpcm));
+             ChangeHighToPlus(w);
            }),
-      Undo("a removal",
-           [](World& w) { EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low")); }),
-      Undo("a removal of the last",
-           [](World& w) {
-             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("Low"));
-             EXPECT_EQ(SDAccess::ERROR_OK, w.access_.RemoveSample("High"));
-           }),
+      Undo("a removal", RemoveHigh),
+      Undo("a removal of the last", EmptyNode),
       Undo("a load",
            [](World& w) {
-             EXPECT_TRUE(w.access_.Save(nullptr, &kFile));
+             EXPECT_EQ(0, SaveFile<SDAccess>(w));
              EXPECT_TRUE(w.host_.LoadNodeFile(w.node_, kFile));
            }),
       Undo("a selection", [](World& w) { EXPECT_TRUE(w.access_.SetSelQualityClass("High")); }),
@@ -461,7 +489,7 @@ std::vector<Operation> NodeOperations() {
        .leaves = {"stamp ", "version ", "bookmark", "- unsaved ", "disk db/sav"},
        .deletes = {"disk db/sav"}},
   };
-  for (Operation& operation : StoredForms<false>("node", kList))
+  for (Operation& operation : StoredForms<SDAccess>("node", kList, kLoadCodes, kEncoder))
     all.push_back(std::move(operation));
   return all;
 }
@@ -469,30 +497,6 @@ std::vector<Operation> NodeOperations() {
 std::vector<Operation> SetupOperations() {
   const qz::string added = "a class with a longer name";
   const qz::string folder = "S:\\db\\samples of this database alone\\";
-  const auto text = [](const char* name, const std::function<qz::string(World&)>& get) {
-    return Operation{name,
-                     [get](World& w) {
-                       const qz::string given = get(w);
-                       const SparedAllocations host;
-                       w.result = given.c_str();
-                       return given.empty() ? kNoCode : 0;
-                     },
-                     {},
-                     {kNoCode}};
-  };
-  const auto texts = [](const char* name, const std::function<std::list<qz::string>(World&)>& get) {
-    return Operation{name,
-                     [get](World& w) {
-                       const std::list<qz::string> all = get(w);
-                       const SparedAllocations host;
-                       w.result.clear();
-                       for (const qz::string& one : all)
-                         w.result += std::string(one.c_str()) + ",";
-                       return all.empty() ? kNoCode : 0;
-                     },
-                     {},
-                     {kNoCode}};
-  };
   std::vector<Operation> all = {
       {"class to add",
        [added](World& w) { return Answer(w, w.setup_.AddQualityClass(added, 9)); },
@@ -505,40 +509,27 @@ std::vector<Operation> SetupOperations() {
        .codes = {},
        .untold = {Call::kGetFullPathName},
        .shrugs = {"place "}},
-      text("folder", [](World& w) { return w.setup_.GetSampleFolder(); }),
-      text("platform", [](World& w) { return w.setup_.GetTargetPlatform(); }),
-      text("platform of a node", [](World& w) { return w.access_.GetTargetPlatform(); }),
-      text("selected class", [](World& w) { return w.access_.GetSelQualityClass(); }),
-      text("class by place",
+      Text("folder", [](World& w) { return w.setup_.GetSampleFolder(); }),
+      Text("platform", [](World& w) { return w.setup_.GetTargetPlatform(); }),
+      Text("platform of a node", [](World& w) { return w.access_.GetTargetPlatform(); }),
+      Text("selected class", [](World& w) { return w.access_.GetSelQualityClass(); }),
+      Text("class by place",
            [](World& w) {
              qz::string name;
              w.setup_.GetQualityClassName(3, name);
              return name;
            }),
-      text("class by level",
+      Text("class by level",
            [](World& w) {
              qz::string name;
              w.setup_.GetQualityClassNameFromLevel(9, name);
              return name;
            }),
-      text("error text of a node",
-           [](World& w) {
-             qz::string message;
-             qz::ulong code = 0;
-             EXPECT_TRUE(w.access_.GetLastError(message, code));
-             EXPECT_EQ(qz::ulong{SDAccess::ERROR_UNKNOWNCLASS}, code);
-             return message;
-           }),
-      text("error text",
-           [](World& w) {
-             qz::string message;
-             qz::ulong code = 0;
-             EXPECT_TRUE(w.setup_.GetLastError(message, code));
-             return message;
-           }),
-      texts("formats", [](World& w) { return w.access_.EnumerateSampleFormats(); }),
-      texts("classes", [](World& w) { return w.setup_.EnumerateQualityClasses(); }),
-      texts("classes of a node", [](World& w) { return w.access_.GetQualityClasses(); }),
+      Text("error text of a node", [](World& w) { return ErrorText(w.access_); }),
+      Text("error text", [](World& w) { return ErrorText(w.setup_); }),
+      Text("formats", [](World& w) { return w.access_.EnumerateSampleFormats(); }),
+      Text("classes", [](World& w) { return w.setup_.EnumerateQualityClasses(); }),
+      Text("classes of a node", [](World& w) { return w.access_.GetQualityClasses(); }),
       {"objects",
        [](World& w) {
          int made = 0;
@@ -562,7 +553,8 @@ std::vector<Operation> SetupOperations() {
        {},
        {kNoCode}},
   };
-  for (Operation& operation : StoredForms<true>("setup", {"class ", "place "}))
+  for (Operation& operation :
+       StoredForms<SDSetup>("setup", {"class ", "place "}, {SDSetup::ERROR_COULDNOTREAD}, kEnds))
     all.push_back(std::move(operation));
   // With an entry whose name lies on the heap, and an error to report.
   for (Operation& operation : all) {

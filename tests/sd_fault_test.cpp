@@ -78,7 +78,7 @@ class Faults : public ::testing::TestWithParam<Operation> {
   // What the operation comes to where nothing fails.
   struct Outcome {
     Lines after;
-    std::string content;
+    World::ByClass content;
     std::string result;
     int calls = 0;    // of the platform
     int writes = 0;   // of them those that make files longer

@@ -118,22 +118,26 @@ bool World::Save() {
   if (!done) return false;
   const SparedAllocations host;
   std::filesystem::rename(folder_ + "/s/db/saving", folder_ + "/s/db/saved");
-  saved = RawFiles(nodes);
+  saved = FilesOf(nodes, false);
   return true;
 }
 
-std::map<std::string, std::string> World::RawFiles(const std::vector<FakeNode*>& of) const {
-  std::map<std::string, std::string> files;
+World::ByClass World::FilesOf(const std::vector<FakeNode*>& of, bool withEncoded) const {
+  ByClass files;
   for (const FakeNode* node : of) {
-    for (const SDSample& sample : SDTestAccess::Samples(node->Sample())) {
-      files[sample.qualClass.c_str()] +=
-          ReadBytes(Native(SDTestAccess::Expand(node->Sample(), sample.fileName)));
+    const SDAccess& access = node->Sample();
+    for (const SDSample& sample : SDTestAccess::Samples(access)) {
+      std::string& bytes = files[sample.qualClass.c_str()];
+      bytes += ReadBytes(Native(SDTestAccess::Expand(access, sample.fileName)));
+      if (withEncoded) {
+        bytes += ReadBytes(Native(SDTestAccess::EncodedName(access, sample.fileName)));
+      }
     }
   }
   return files;
 }
 
-std::map<std::string, std::string> World::Reopen() {
+World::ByClass World::Reopen() {
   FakeHost host(host_.filename);
   std::vector<FakeNode*> loaded;
   DIOFile* file = DIOFile::OpenFile("S:\\db\\saved", DIOFile::OPENMODE_OPEN);
@@ -148,7 +152,7 @@ std::map<std::string, std::string> World::Reopen() {
     EXPECT_TRUE(file->GetPosition(at));
   }
   DIOFile::CloseFile(file);
-  return RawFiles(loaded);
+  return FilesOf(loaded, false);
 }
 
 int World::Repair() {
@@ -171,16 +175,6 @@ int World::Repair() {
     }
   }
   return repaired;
-}
-
-int World::Code(const SDAccess& node, bool done) {
-  const int code = SDTestAccess::LastError(node);
-  return done ? 0 : code != 0 ? code : kNoCode;
-}
-
-int World::SetupCode(bool done) const {
-  const int code = SDTestAccess::LastError(setup_);
-  return done ? 0 : code != 0 ? code : kNoCode;
 }
 
 // --- All of it, in lines ---
@@ -260,19 +254,6 @@ Lines World::Now() {
   PrintDisk();
   std::sort(lines_.begin(), lines_.end());
   return lines_;
-}
-
-std::string World::Content() {
-  std::string content;
-  for (const FakeNode* node : nodes) {
-    const SDAccess& access = node->Sample();
-    for (const SDSample& sample : SDTestAccess::Samples(access)) {
-      content += std::string(sample.qualClass.c_str()) + ": " +
-                 ReadBytes(Native(SDTestAccess::Expand(access, sample.fileName))) +
-                 ReadBytes(Native(SDTestAccess::EncodedName(access, sample.fileName)));
-    }
-  }
-  return content;
 }
 
 std::string Difference(const Lines& before, const Lines& after,

@@ -18,6 +18,8 @@ inline Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
+constexpr int kNoCode = -1;  // a failure that has no code
+
 // A database with the classes Low, High and Third and one node: Low in PCM16, High in stereo ADPCM,
 // with the selection on Low. On W: sounds of every kind; in S:\out nothing yet.
 class World : public SampleNodeTest {
@@ -40,14 +42,15 @@ class World : public SampleNodeTest {
   // setup, undo records, every file with a sum of its content. Identifiers read "<1>", "<2>", ...
   // in the order in which the nodes came to have them.
   Lines Now();
+  using ByClass = std::map<std::string, std::string>;
   // The content of all files of all samples, wherever they lie.
-  std::string Content();
+  ByClass Content() const { return FilesOf(nodes, true); }
 
   // Setup and nodes into one file, as a host saves them; `saved` is then what Reopen has to give:
   // the raw files of that state, by class.
   bool Save();
-  std::map<std::string, std::string> saved;
-  std::map<std::string, std::string> Reopen();
+  ByClass saved;
+  ByClass Reopen();
   // Gives all files of the node one time: stored nodes tell them.
   void SetTimes();
   // What the host's repair comes to: makes encoded files anew that are broken or older than their
@@ -57,9 +60,12 @@ class World : public SampleNodeTest {
   FakeNode& AddNode();
   void DropNode(FakeNode& node);
   // The codes that the last failures left, and -1 for a failure without one. 0 where `done`.
-  static int Code(const SDAccess& node, bool done);
+  template <class Object>
+  static int Code(const Object& object, bool done) {
+    const int code = SDTestAccess::LastError(object);
+    return done ? 0 : code != 0 ? code : kNoCode;
+  }
   int Code(bool done) const { return Code(access_, done); }
-  int SetupCode(bool done) const;
 
   std::vector<FakeNode*> nodes;  // those that live
   bool isOpen = true;            // the setup node lives
@@ -73,7 +79,7 @@ class World : public SampleNodeTest {
   void PrintSetup();
   void PrintDisk();
   void Add(const std::string& line);
-  std::map<std::string, std::string> RawFiles(const std::vector<FakeNode*>& of) const;
+  ByClass FilesOf(const std::vector<FakeNode*>& of, bool withEncoded) const;
   std::string Named(const std::string& text, bool isNew);
 
   Lines lines_;
@@ -119,7 +125,6 @@ inline void PrintTo(const Operation& operation, std::ostream* out) {
   *out << operation.name;
 }
 
-constexpr int kNoCode = -1;    // a failure that has no code
 constexpr int kNotWhole = -2;  // it says that all went well, and what it gave is not whole
 constexpr int kMismatch = -3;  // the answer is not the code that it left
 

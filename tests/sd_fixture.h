@@ -56,19 +56,6 @@ struct SDTestAccess {
   static SDAccess::SDError ReadSampleInformation(SDAccess& node, const qz::string& qualClass) {
     return node.ReadSampleInformation(qualClass);
   }
-  static SDAccess::SDError ReadEncodedSampleInfo(const SDAccess& node, const SDSample& sample,
-                                                 SDInfoIntern* info, SDCompType& compType) {
-    return node.ReadEncodedSampleInfo(sample, info, compType);
-  }
-  static SDAccess::SDError ReadEncodedSampleData(const SDAccess& node, const SDSample& sample,
-                                                 qz::ushort channel, void*& data, qz::ulong& size) {
-    return node.ReadEncodedSampleData(sample, channel, data, size);
-  }
-  static SDAccess::SDError ReadEncodedExtraSampleData(const SDAccess& node, const SDSample& sample,
-                                                      qz::ushort channel, void*& data,
-                                                      qz::ulong& size) {
-    return node.ReadEncodedExtraSampleData(sample, channel, data, size);
-  }
 
   static SDDeleteInfoList& ToDelete(SDSetup& setup) { return setup.deleteFilesList; }
   static SDDeleteInfoList& Unsaved(SDSetup& setup) { return setup.unsavedFilesList; }

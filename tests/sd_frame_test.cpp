@@ -115,24 +115,22 @@ TEST(Slots, OfTheStreamKeepTheirOrder) {
 
 class Frame : public SampleDataTest {
  protected:
-  void* Create(const _GUID& type) { return base_.CreateInterface(&type, &dbSubTypeTarvane); }
-
   PGISampleDataBaseInterface base_{&platform::thisModule};
 };
 
 TEST_F(Frame, EnumeratesTheTwoKindsAgainAndAgain) {
   EXPECT_EQ(nullptr, base_.GetNextInterface()) << "nothing is under the cursor before the start";
   for (int round = 0; round < 2; ++round) {
-    const PGIInterfaceInfo* sample = base_.GetFirstInterface();
-    ASSERT_NE(nullptr, sample);
-    EXPECT_STREQ("SampleData", sample->name);
-    EXPECT_EQ(0, std::memcmp(&hdbTypeSampleData, &sample->guid, sizeof sample->guid));
-    EXPECT_EQ(0u, sample->numSubTypes);
-    const PGIInterfaceInfo* setup = base_.GetNextInterface();
-    ASSERT_NE(nullptr, setup);
-    EXPECT_STREQ("SampleDataSetup", setup->name);
-    EXPECT_EQ(0, std::memcmp(&hdbTypeSampleDataSetup, &setup->guid, sizeof setup->guid));
-    EXPECT_EQ(nullptr, base_.GetNextInterface());
+    const PGIInterfaceInfo* kind = base_.GetFirstInterface();
+    for (const auto& [name, guid] : {std::pair("SampleData", hdbTypeSampleData),
+                                     std::pair("SampleDataSetup", hdbTypeSampleDataSetup)}) {
+      ASSERT_NE(nullptr, kind);
+      EXPECT_STREQ(name, kind->name);
+      EXPECT_EQ(0, std::memcmp(&guid, &kind->guid, sizeof guid));
+      EXPECT_EQ(0u, kind->numSubTypes);
+      kind = base_.GetNextInterface();
+    }
+    EXPECT_EQ(nullptr, kind);
     EXPECT_EQ(nullptr, base_.GetNextInterface());
   }
 }
@@ -147,28 +145,19 @@ TEST_F(Frame, RefusesOtherSubTypesAndUnknownKinds) {
   EXPECT_TRUE(base_.RequestRemoval());
 }
 
-TEST_F(Frame, PicksTheKindByGuidNotByName) {
+TEST_F(Frame, MayGoOnlyWhenEveryObjectIsBack) {
   PGIInterfaceDescriptor descriptor{};
-  std::strcpy(descriptor.name, "SampleDataSetup");
+  std::strcpy(descriptor.name, "SampleDataSetup");  // the GUID picks the kind
   descriptor.guid = hdbTypeSampleData;
   descriptor.subTypeValid = true;
   descriptor.subType = dbSubTypeTarvane;
-  void* object = base_.CreateInterface(&descriptor);
-  ASSERT_NE(nullptr, object);
-  EXPECT_EQ(ID_TYPE_SAMPLE, static_cast<HDBAccessBaseInterface*>(object)->GetRefType());
-  // The sub type plays no part in giving back.
-  descriptor.subTypeValid = false;
-  base_.ReleaseInterface(&descriptor, object);
-  EXPECT_TRUE(base_.RequestRemoval());
-}
-
-TEST_F(Frame, MayGoOnlyWhenEveryObjectIsBack) {
-  void* sample = Create(hdbTypeSampleData);
-  void* setup = Create(hdbTypeSampleDataSetup);
+  void* sample = base_.CreateInterface(&descriptor);
+  void* setup = base_.CreateInterface(&hdbTypeSampleDataSetup, &dbSubTypeTarvane);
   EXPECT_FALSE(base_.RequestRemoval());
   base_.ReleaseInterface(&hdbTypeBaseNode, sample);  // no kind of ours: the object lives on
   EXPECT_EQ(ID_TYPE_SAMPLE, static_cast<HDBAccessBaseInterface*>(sample)->GetRefType());
-  base_.ReleaseInterface(&hdbTypeSampleData, sample);
+  descriptor.subTypeValid = false;  // it plays no part in giving back
+  base_.ReleaseInterface(&descriptor, sample);
   EXPECT_FALSE(base_.RequestRemoval());
   base_.ReleaseInterface(&hdbTypeSampleDataSetup, setup);
   EXPECT_TRUE(base_.RequestRemoval());

@@ -29,8 +29,10 @@ TEST_F(SampleSet, ImportedSampleTellsItsNumbersAndNames) {
   wav_.loopEnd = 20;
   wav_.rate = 11025;
   const qz::string source = MakeWav("kick.wav", wav_);
+  ASSERT_TRUE(SetFileAttributesA(source.c_str(), FILE_ATTRIBUTE_READONLY));
   EXPECT_EQ(SDAccess::ERROR_OK, access_.ImportSample(source, kAdpcmPlus, "High"));
   EXPECT_EQ(SDAccess::ERROR_OK, LastError());
+  EXPECT_EQ(FILE_ATTRIBUTE_ARCHIVE, GetFileAttributesA(RawPath("High").c_str()));
   EXPECT_EQ(WavBytes(wav_), ReadBytes(Native(RawPath("High"))));
   EXPECT_EQ(SDAccess::COMPTYPE_ADPCMPLUS, TypeInFile("High"));
 
@@ -103,7 +105,16 @@ TEST_F(SampleSet, ChangesNothingWithoutTheHostsConsent) {
             Refused([&] { return access_.ImportSample(source, kPcm16, "High"); }));
   EXPECT_EQ(SDAccess::ERROR_READONLY,
             Refused([&] { return access_.ChangeSampleFormat("unknown", kPcm16); }));
+  EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.CheckOut("S:\\wav"); }));
+  EXPECT_FALSE(Exists("S:\\wav\\kick (Low).wav"));
   host_.refuseRequest = false;
+  const int closed = host_.closedWithoutRecord;
+  EXPECT_EQ(SDAccess::ERROR_OK, Refused([&] { return access_.CheckOut("S:\\wav"); }));
+  EXPECT_EQ(closed, host_.closedWithoutRecord) << "no change of the node";
+  host_.refuseBegin = true;
+  EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.CheckIn(); }));
+  host_.refuseBegin = false;
+  EXPECT_TRUE(access_.IsCheckedOut() && !access_.CanUndoCheckIn());
 }
 
 // What a head promises need not be there, and must fit the 32 bits of lengths and offsets.
@@ -127,14 +138,6 @@ TEST_F(SampleSet, RefusesWhatItsEncodedFileCannotHold) {
                                           : SDAccess::ERROR_QUALITYNOTAVAILABLE,
               LastError());
   }
-}
-
-TEST_F(SampleSet, ImportDropsAReadOnlyMark) {
-  const qz::string source = MakeWav("kick.wav", wav_);
-  ASSERT_TRUE(SetFileAttributesA(source.c_str(), FILE_ATTRIBUTE_READONLY));
-  ASSERT_EQ(SDAccess::ERROR_OK, access_.ImportSample(source, kPcm16, "High"));
-  EXPECT_EQ(FILE_ATTRIBUTE_ARCHIVE, GetFileAttributesA(RawPath("High").c_str()));
-  SetFileAttributesA(source.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
 // --- Format change ---
