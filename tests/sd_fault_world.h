@@ -28,16 +28,6 @@ class World : public SampleNodeTest {
   ~World() override;
   void TestBody() override {}
 
-  using SampleNodeTest::access_;
-  using SampleNodeTest::EncodedPath;
-  using SampleNodeTest::folder_;
-  using SampleNodeTest::host_;
-  using SampleNodeTest::Native;
-  using SampleNodeTest::node_;
-  using SampleNodeTest::RawPath;
-  using SampleNodeTest::setup_;
-  using SampleNodeTest::setupNode_;
-
   // Everything that an operation may change, a line each, sorted: fields and lists of nodes and
   // setup, undo records, every file with a sum of its content. Identifiers read "<1>", "<2>", ...
   // in the order in which the nodes came to have them.

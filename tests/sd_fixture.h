@@ -247,7 +247,7 @@ class FakeHost final : public HDBRootInterface {
 // sample folder S:\db\samples\ and, for sources, S:\wav\. All is taken down behind the test, which
 // fails if a modification was left open or an object was not released.
 class SampleDataTest : public ::testing::Test {
- protected:
+ public:  // to operations on worlds that a test makes
   SampleDataTest();
   ~SampleDataTest() override;
   void TearDown() override;
@@ -274,7 +274,7 @@ enum Format : qz::uchar { kDefault, kPcm16, kAdpcm, kAdpcmPlus, kPcm8, kAdpcmVs 
 
 // The same with a prepared setup node and one sample node.
 class SampleNodeTest : public SampleDataTest {
- protected:
+ public:
   using Access = SDAccess;
 
   SampleNodeTest()

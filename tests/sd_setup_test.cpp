@@ -19,7 +19,6 @@ class SetupNode : public SampleDataTest {
 TEST_F(SetupNode, RegistersWithTheDatabaseUntilItGoes) {
   EXPECT_TRUE(node_.InitSucceeded());
   EXPECT_FALSE(node_.IsDuplicate());
-  EXPECT_EQ(&node_, host_.GetSampleSetupNode());
   EXPECT_EQ(ID_TYPE_COMMON, setup_.GetRefType());
   EXPECT_EQ("Ok", FakeHost::ErrorText(node_));
   host_.Remove(node_);
@@ -30,11 +29,8 @@ TEST_F(SetupNode, RefusesASecondOneAndKeepsTheFirst) {
   FakeNode& second = host_.AddSetup();
   EXPECT_FALSE(second.InitSucceeded());
   EXPECT_TRUE(second.IsDuplicate());
-  qz::string text;
-  qz::ulong code = 0;
-  EXPECT_TRUE(second.Setup().GetLastError(text, code));
-  EXPECT_EQ("Setup node already exists", text);
-  EXPECT_EQ(2u, code);
+  EXPECT_EQ(SDSetup::ERROR_SETUPALREADYEXISTS, SDTestAccess::LastError(second.Setup()));
+  EXPECT_EQ("Setup node already exists", FakeHost::ErrorText(second));
   host_.Remove(second);
   EXPECT_EQ(&node_, host_.GetSampleSetupNode());
 }
