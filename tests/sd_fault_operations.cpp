@@ -265,6 +265,8 @@ void DeleteNode(World& w) {
 // --- Check-out ---
 
 const qz::string kOut = "S:\\out";
+const std::set<int> kCheckOutCodes = {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
+                                      SDAccess::ERROR_COULDNOTGATHERFILEINFO};
 
 void CheckOut(World& w) {
   EXPECT_EQ(SDAccess::ERROR_OK, w.access_.CheckOut(kOut));
@@ -276,9 +278,18 @@ void CheckOutAndEdit(World& w) {
   WriteBytes(w.folder_ + "/s/out/kick (Low).wav", ReadBytes(w.Native("W:\\16.wav")));
 }
 
-void CheckIn(World& w) {
+void CheckOutEditAndCheckIn(World& w) {
   CheckOutAndEdit(w);
   EXPECT_EQ(SDAccess::ERROR_OK, w.access_.CheckIn());
+}
+
+Operation CheckIn(const char* name, const qz::string& from, std::function<void(World&)> prepare) {
+  return {.name = name,
+          .body = [from](World& w) { return Answer(w, w.access_.CheckIn(from)); },
+          .prepare = std::move(prepare),
+          .codes = kFileCodes,
+          .encodes = true,
+          .untold = kEncoder};
 }
 
 // --- The end ---
@@ -341,15 +352,12 @@ std::string Plain(const std::list<qz::string>& texts) {
 // `get` gives a text or several, or none where it fails.
 template <class Get>
 Operation Text(const char* name, Get get) {
-  return {name,
-          [get](World& w) {
-            const auto given = get(w);
-            const SparedAllocations host;
-            w.result = Plain(given);
-            return given.empty() ? kNoCode : 0;
-          },
-          {},
-          {kNoCode}};
+  return Silent(name, [get](World& w) {
+    const auto given = get(w);
+    const SparedAllocations host;
+    w.result = Plain(given);
+    return !given.empty();
+  });
 }
 
 qz::string ErrorText(const HDBAccessBaseInterface& node) {
@@ -403,10 +411,7 @@ std::vector<Operation> NodeOperations() {
          return w.Code(given);
        }},
       {"copy", CopyNode, {}, kFileCodes, kDropped},
-      {"gathering",
-       [](World& w) { return w.access_.GatherDeleteInfo(&w.record) ? 0 : kNoCode; },
-       {},
-       {kNoCode}},
+      Silent("gathering", [](World& w) { return w.access_.GatherDeleteInfo(&w.record); }),
       {"load that encodes anew",
        LoadFromDatabase<SDAccess>,
        [](World& w) {
@@ -437,8 +442,7 @@ std::vector<Operation> NodeOperations() {
       {"check-out",
        [](World& w) { return Answer(w, w.access_.CheckOut(kOut)); },
        {},
-       {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
-        SDAccess::ERROR_COULDNOTGATHERFILEINFO},
+       kCheckOutCodes,
        {"disk out/"}},
       {.name = "check-out once more",
        .body =
@@ -447,34 +451,22 @@ std::vector<Operation> NodeOperations() {
                  w, w.access_.IsCheckedOut() ? w.access_.RedoCheckOut() : w.access_.CheckOut(kOut));
            },
        .prepare = CheckOutAndEdit,
-       .codes = {SDAccess::ERROR_NOMEMORY, SDAccess::ERROR_COULDNOTCOPYSAMPLE,
-                 SDAccess::ERROR_COULDNOTGATHERFILEINFO},
+       .codes = kCheckOutCodes,
        .leaves = {"disk out/", "out "},
        .deletes = {"disk out/"}},
-      {.name = "check-in",
-       .body = [](World& w) { return Answer(w, w.access_.CheckIn()); },
-       .prepare = CheckOutAndEdit,
-       .codes = kFileCodes,
-       .encodes = true,
-       .untold = kEncoder},
-      {.name = "check-in from another folder",
-       .body = [from = qz::string("S:\\out\\else")](
-                   World& w) { return Answer(w, w.access_.CheckIn(from)); },
-       .prepare =
-           [](World& w) {
-             CheckOutAndEdit(w);
-             EXPECT_TRUE(DIOFile::CreateDirectoryA("S:\\out\\else"));
-             for (const char* name : {"\\kick (Low).wav", "\\kick (High).wav"}) {
-               const qz::string file = name;
-               EXPECT_TRUE(DIOFile::Rename(kOut + file, kOut + "\\else" + file));
-             }
-           },
-       .codes = kFileCodes,
-       .encodes = true,
-       .untold = kEncoder},
+      CheckIn("check-in", kOut, CheckOutAndEdit),
+      CheckIn("check-in from another folder", "S:\\out\\else",
+              [](World& w) {
+                CheckOutAndEdit(w);
+                EXPECT_TRUE(DIOFile::CreateDirectoryA("S:\\out\\else"));
+                for (const char* name : {"\\kick (Low).wav", "\\kick (High).wav"}) {
+                  const qz::string file = name;
+                  EXPECT_TRUE(DIOFile::Rename(kOut + file, kOut + "\\else" + file));
+                }
+              }),
       {.name = "undo of a check-in",
        .body = [](World& w) { return Answer(w, w.access_.UndoCheckIn()); },
-       .prepare = CheckIn,
+       .prepare = CheckOutEditAndCheckIn,
        .untold = kEnds + Calls{Call::kFindFirstFile, Call::kGetFullPathName},
        .shrugs = {"+ disk db/samples/"},
        .deletes = {"- disk db/samples/"}},
@@ -530,28 +522,23 @@ std::vector<Operation> SetupOperations() {
       Text("formats", [](World& w) { return w.access_.EnumerateSampleFormats(); }),
       Text("classes", [](World& w) { return w.setup_.EnumerateQualityClasses(); }),
       Text("classes of a node", [](World& w) { return w.access_.GetQualityClasses(); }),
-      {"objects",
-       [](World& w) {
-         int made = 0;
-         for (const _GUID* type : {&hdbTypeSampleData, &hdbTypeSampleDataSetup}) {
-           void* object = w.host_.Base()->CreateInterface(type, &dbSubTypeTarvane);
-           if (object == nullptr) continue;
-           w.host_.Base()->ReleaseInterface(type, object);
-           ++made;
-         }
-         return made == 2 ? 0 : kNoCode;
-       },
-       {},
-       {kNoCode}},
-      {"module",
-       [](World&) {
-         EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_ATTACH, nullptr));
-         const bool made = RequestBaseInterface() != nullptr;
-         EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_DETACH, nullptr));
-         return made ? 0 : kNoCode;
-       },
-       {},
-       {kNoCode}},
+      Silent("objects",
+             [](World& w) {
+               bool made = true;
+               for (const _GUID* type : {&hdbTypeSampleData, &hdbTypeSampleDataSetup}) {
+                 void* object = w.host_.Base()->CreateInterface(type, &dbSubTypeTarvane);
+                 made = made && object != nullptr;
+                 if (object != nullptr) w.host_.Base()->ReleaseInterface(type, object);
+               }
+               return made;
+             }),
+      Silent("module",
+             [](World&) {
+               EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_ATTACH, nullptr));
+               const bool made = RequestBaseInterface() != nullptr;
+               EXPECT_TRUE(DllMain(&platform::thisModule, DLL_PROCESS_DETACH, nullptr));
+               return made;
+             }),
   };
   for (Operation& operation :
        StoredForms<SDSetup>("setup", {"class ", "place "}, {SDSetup::ERROR_COULDNOTREAD}, kEnds))

@@ -44,24 +44,14 @@ int Encode(World& w) {
   return 0;
 }
 
-int Decode(World& w) {
-  qz::uchar frames[80] = {1, 2, 3, 4, 5, 6, 7, 8};
-  short table[16] = {2048, 1024};
-  short* const decoded = adpcmDecodeSample(frames, 140, table, nullptr);
-  if (decoded == nullptr) return kNoCode;
-  Give(w, decoded, 280);
-  std::free(decoded);
-  return 0;
-}
-
 // The kernels design tables of up to 8 rows.
 template <int kRows>
-int Design(World& w) {
+bool Design(World& w) {
   std::vector<short> samples = Samples();
   short table[2 * kRows] = {};
-  if (!adpcmCoefTableDesign(samples.data(), kSamples, kRows, table, 0, nullptr)) return kNoCode;
+  if (!adpcmCoefTableDesign(samples.data(), kSamples, kRows, table, 0, nullptr)) return false;
   Give(w, table, sizeof table);
-  return 0;
+  return true;
 }
 
 // --- Sound files ---
@@ -85,22 +75,19 @@ Operation Read(const char* name) {
 }
 
 Operation Unpack(const char* name) {
-  return {std::string("unpacking of ") + name,
-          [path = std::string("W:\\") + name](World& w) {
-            _AUDIO audio{};
-            {
-              const SparedAllocations own;
-              EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
-            }
-            _AUDIO* const plain = mort_Decode(&audio);
-            if (plain != nullptr) Give(w, plain->Samples, plain->LengthInBytes);
-            const bool done = plain != nullptr;
-            mort_Release(plain);
-            audio_FreeWave(&audio);
-            return done ? 0 : kNoCode;
-          },
-          {},
-          {kNoCode}};
+  return Silent(std::string("unpacking of ") + name, [path = std::string("W:\\") + name](World& w) {
+    _AUDIO audio{};
+    {
+      const SparedAllocations own;
+      EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
+    }
+    _AUDIO* const plain = mort_Decode(&audio);
+    if (plain != nullptr) Give(w, plain->Samples, plain->LengthInBytes);
+    const bool done = plain != nullptr;
+    mort_Release(plain);
+    audio_FreeWave(&audio);
+    return done;
+  });
 }
 
 // A writer that has failed leaves a part of its file.
@@ -153,16 +140,13 @@ Operation OnStream(const char* name, DIOFile::DIOOpenMode mode,
 }
 
 Operation Text(const char* name, const std::function<bool(qz::string& to)>& body) {
-  return {name,
-          [body](World& w) {
-            qz::string text;
-            if (!body(text)) return kNoCode;
-            const SparedAllocations own;
-            w.result = text.c_str();
-            return 0;
-          },
-          {},
-          {kNoCode}};
+  return Silent(name, [body](World& w) {
+    qz::string text;
+    if (!body(text)) return false;
+    const SparedAllocations own;
+    w.result = text.c_str();
+    return true;
+  });
 }
 
 int Search(World& w) {
@@ -191,9 +175,8 @@ int Execute(World&) {
 
 std::vector<Operation> SoundOperations() {
   return {{"encode of a stream", Encode, {}, {kNoCode}},
-          {"decode of a stream", Decode, {}, {kNoCode}},
-          {"table design", Design<8>, {}, {kNoCode}},
-          {"table design of 16 rows", Design<16>, {}, {kNoCode}},
+          Silent("table design", Design<8>),
+          Silent("table design of 16 rows", Design<16>),
           Read("16.wav"),
           Read("8.wav"),
           Read("16.aif"),
@@ -273,10 +256,7 @@ std::vector<Operation> StreamOperations() {
        .codes = {kNoCode},
        .leaves = {"+ disk out/a folder"},
        .untold = kEnds + Calls{platform::Call::kFindFirstFile, platform::Call::kGetFullPathName}},
-      {"copy of a file",
-       [path, beside](World&) { return DIOFile::Copy(path, beside) ? 0 : kNoCode; },
-       {},
-       {kNoCode}},
+      Silent("copy of a file", [path, beside](World&) { return DIOFile::Copy(path, beside); }),
       {.name = "search",
        .body = Search,
        .codes = {kNoCode},

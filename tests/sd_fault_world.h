@@ -118,6 +118,12 @@ inline void PrintTo(const Operation& operation, std::ostream* out) {
 constexpr int kNotWhole = -2;  // it says that all went well, and what it gave is not whole
 constexpr int kMismatch = -3;  // the answer is not the code that it left
 
+// One that says no more than whether it was done.
+inline Operation Silent(const std::string& name, const std::function<bool(World&)>& body) {
+  return {
+      .name = name, .body = [body](World& w) { return body(w) ? 0 : kNoCode; }, .codes = {kNoCode}};
+}
+
 std::vector<Operation> NodeOperations();
 std::vector<Operation> SetupOperations();
 std::vector<Operation> SoundOperations();   // codec and sound files

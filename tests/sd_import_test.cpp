@@ -1,5 +1,6 @@
-// Import, format change, removal and selection of samples: what the host hears and decides, and
-// faults of files. What they leave on the disk and in the bookkeeping the random walk compares.
+// Import, format change, removal and selection of samples: what the host hears and decides, where
+// files lie, and their faults. What they leave on the disk and in the bookkeeping the random walk
+// compares.
 #include <algorithm>
 
 #include "tests/audio_helpers.h"
@@ -58,22 +59,24 @@ TEST_F(SampleSet, ImportedSampleTellsItsNumbersAndNames) {
 
 TEST_F(SampleSet, ImportTakesTheFormatOfItsIndexOrTheDatabasesDefault) {
   const qz::string source = MakeWav("kick.wav", wav_);
-  const auto typeOf = [&](qz::uchar format) {
+  const struct {
+    HDBSampleType defaultType;
+    bool only;
+    qz::uchar format;
+    SDCompType type;
+  } cases[] = {{HDB_SAMPLETYPE_RAW, false, kDefault, SDAccess::COMPTYPE_ADPCM},
+               {HDB_SAMPLETYPE_RAW, false, kPcm8, SDAccess::COMPTYPE_RAW8},
+               {HDB_SAMPLETYPE_RAW, true, kPcm8, SDAccess::COMPTYPE_RAW},
+               {HDB_SAMPLETYPE_COMPRESSED, true, kPcm8, SDAccess::COMPTYPE_ADPCM},
+               {HDB_SAMPLETYPE_DEFAULT, true, kPcm8, SDAccess::COMPTYPE_ADPCM}};
+  for (const auto& [defaultType, only, format, type] : cases) {
+    host_.defaultType = defaultType;
+    host_.onlyDefaultType = only;
     EXPECT_EQ(SDAccess::ERROR_OK, access_.ImportSample(source, format, "High"));
-    const SDCompType type = Record("High").compType;
+    EXPECT_EQ(type, Record("High").compType);
     EXPECT_EQ(type, TypeInFile("High"));
     EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("High"));
-    return type;
-  };
-  host_.defaultType = HDB_SAMPLETYPE_RAW;
-  EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, typeOf(kDefault)) << "whatever the database's default";
-  EXPECT_EQ(SDAccess::COMPTYPE_RAW8, typeOf(kPcm8));
-  host_.onlyDefaultType = true;
-  EXPECT_EQ(SDAccess::COMPTYPE_RAW, typeOf(kPcm8));
-  host_.defaultType = HDB_SAMPLETYPE_COMPRESSED;
-  EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, typeOf(kPcm8));
-  host_.defaultType = HDB_SAMPLETYPE_DEFAULT;
-  EXPECT_EQ(SDAccess::COMPTYPE_ADPCM, typeOf(kPcm8));
+  }
   // A change of the format knows no default of the database.
   EXPECT_EQ(SDAccess::ERROR_OK, access_.ImportSample(source, kPcm8, "High"));
   host_.defaultType = HDB_SAMPLETYPE_RAW;
@@ -175,6 +178,42 @@ TEST_F(SampleSet, ChangeDeletesNoFileThatItDidNotMake) {
   EXPECT_EQ(2, std::count(difference.begin(), difference.end(), '\n')) << difference;
 }
 
+// --- Names ---
+
+TEST_F(SampleSet, PutsANodeIntoAFolderOfItsOwn) {
+  const std::string uuid = "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\\\";
+  Import("KICK.Wav", SomeSound(20), kPcm16, "High");
+  const std::string folder = SDTestAccess::Folder(access_).c_str();
+  // Relative to the database's folder, with a separator at its end, which nothing repairs when the
+  // file names are made of it.
+  EXPECT_THAT(folder, ::testing::MatchesRegex("\\\\samples\\\\" + uuid));
+  EXPECT_EQ(folder + "\\High.Wav", std::string(Record("High").fileName.c_str()));
+  EXPECT_EQ("S:\\db" + folder + "High.Wav", std::string(RawPath("High").c_str()));
+  EXPECT_EQ("S:\\db" + folder + "High.esmp", std::string(EncodedPath("High").c_str()));
+  EXPECT_TRUE(Exists(RawPath("High")));
+  EXPECT_TRUE(Exists(EncodedPath("High")));
+  // The sample folder and the folder's name are joined as they are.
+  qz::string name;
+  setup_.SetSampleFolder("S:\\db\\samples");
+  ASSERT_TRUE(SDTestAccess::CreateSampleFileName(access_, name));
+  EXPECT_THAT(name.c_str(), ::testing::MatchesRegex("\\\\samples" + uuid));
+}
+
+TEST_F(SampleSet, TakesEveryNameAsRelativeToTheDatabasesFolder) {
+  const auto expand = [this](const char* database, const char* name) {
+    host_.filename = database;
+    return std::string(SDTestAccess::Expand(access_, name).c_str());
+  };
+  EXPECT_EQ("C:\\Sound\\samples\\U\\High.wav",
+            expand("C:\\Sound\\game.db", "\\samples\\U\\\\High.wav"));
+  EXPECT_EQ("C:\\Sound\\samples\\U\\High.wav", expand("C:/Sound/game.db", "samples/U/High.wav"));
+  EXPECT_EQ("game.db\\a.wav", expand("game.db", "a.wav"));
+  EXPECT_EQ("C:a.wav", expand("C:game.db", "a.wav"));
+  EXPECT_EQ("\\a.wav", expand("", "a.wav"));
+  EXPECT_EQ("C:\\Sound\\D:\\a.wav", expand("C:\\Sound\\game.db", "D:\\a.wav"));
+  EXPECT_EQ("C:\\Sound\\..\\a.wav", expand("C:\\Sound\\game.db", "..\\a.wav"));
+}
+
 // --- Removal ---
 
 TEST_F(SampleSet, RemovalGivesOneReferenceBackButNotBelowNone) {
@@ -229,6 +268,11 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
   Import("b.wav", wav_, kPcm16, "Third");
   Import("a.wav", wav_, kPcm16, "Low");
   WriteBytes(folder_ + "/s/wav/bad.wav", "no sound");
+  setup_.AddQualityClass("in\\side", 10);
+  setup_.AddQualityClass("low", 11);
+  WriteBytes(folder_ + "/s/kick", WavBytes(wav_));
+  ASSERT_TRUE(DIOFile::CreateDirectoryA("S:\\a.b"));
+  WriteBytes(folder_ + "/s/a.b/c", WavBytes(wav_));
   const auto import = [this](const char* name, qz::uchar format, const char* qualClass) {
     return [=, this] { return access_.ImportSample(name, format, qualClass); };
   };
@@ -236,9 +280,9 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
     return [=, this] { return access_.ChangeSampleFormat(qualClass, format); };
   };
   using Change = std::function<Access::SDError()>;
-  const auto homeless = [this](const Change& operation) {
+  const auto homeless = [this](const Change& operation, const char* folder = "S:\\none\\") {
     return [=, this] {
-      setup_.SetSampleFolder("S:\\none\\");
+      setup_.SetSampleFolder(folder);
       const Access::SDError error = operation();
       setup_.SetSampleFolder("S:\\db\\samples\\");
       return error;
@@ -254,6 +298,15 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
            {Access::ERROR_COULDNOTCOPYSAMPLE, import("S:\\wav\\missing.wav", kPcm16, "High")},
            {Access::ERROR_COULDNOTLOAD, import("S:\\wav\\bad.wav", kPcm16, "High")},
            {Access::ERROR_UNSUPPORTEDFORMAT, import("S:\\wav\\a.wav", 6, "High")},
+           {Access::ERROR_INTERNAL, import("S:\\kick", kPcm16, "High")},
+           // A dot in a folder's name counts, and gives an extension that no file can have.
+           {Access::ERROR_COULDNOTCOPYSAMPLE, import("S:\\a.b\\c", kPcm16, "High")},
+           // A class name reaches the file system as it is, which may take two for one.
+           {Access::ERROR_COULDNOTCOPYSAMPLE, import("S:\\wav\\a.wav", kPcm16, "in\\side")},
+           {Access::ERROR_COULDNOTCOPYSAMPLE, import("S:\\wav\\a.wav", kPcm16, "low")},
+           {Access::ERROR_INTERNAL, homeless(import("S:\\wav\\a.wav", kPcm16, "High"))},
+           // On another drive the folder is absolute, and nothing can be made below the database's.
+           {Access::ERROR_INTERNAL, homeless(import("S:\\wav\\a.wav", kPcm16, "High"), "T:\\")},
            {Access::ERROR_UNKNOWNCLASS, change("unknown", kPcm8)},
            {Access::ERROR_QUALITYNOTAVAILABLE, change("High", kPcm8)},
            {Access::ERROR_UNSUPPORTEDFORMAT, change("Low", 6)},
