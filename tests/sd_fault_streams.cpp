@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "adpcm/adpcm.h"
-#include "audio/MORT_codecs.h"
 #include "audio/audio.h"
 #include "tests/sd_fault_world.h"
 
@@ -72,22 +71,6 @@ Operation Read(const char* name) {
           .codes = {AUDIO_NOTFOUND, AUDIO_NOMEMORY, AUDIO_UNKNOWNTYPE, AUDIO_BADCONTENT,
                     AUDIO_BADMORTVERSION, AUDIO_DATAENDED},
           .untold = kRetried};
-}
-
-Operation Unpack(const char* name) {
-  return Silent(std::string("unpacking of ") + name, [path = std::string("W:\\") + name](World& w) {
-    _AUDIO audio{};
-    {
-      const SparedAllocations own;
-      EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
-    }
-    _AUDIO* const plain = mort_Decode(&audio);
-    if (plain != nullptr) Give(w, plain->Samples, plain->LengthInBytes);
-    const bool done = plain != nullptr;
-    mort_Release(plain);
-    audio_FreeWave(&audio);
-    return done;
-  });
 }
 
 // A writer that has failed leaves a part of its file.
@@ -182,8 +165,6 @@ std::vector<Operation> SoundOperations() {
           Read("16.aif"),
           Read("8.aif"),
           Read("gsm.mort"),
-          Unpack("gsm.mort"),
-          Unpack("gb.mort"),
           Write("a.wav", "16.aif", AUDIO_FORMAT_WAV),
           Write("8.wav", "8.aif", AUDIO_FORMAT_WAV),
           Write("unpacked.wav", "gb.mort", AUDIO_FORMAT_WAV),

@@ -363,7 +363,7 @@ void SampleNodeTest::ImportTwo(qz::uchar low, qz::uchar high) {
   Import("high.wav", SomeSound(30), high, "High");
 }
 
-SDAccess::SDError SampleNodeTest::Refused(const std::function<SDAccess::SDError()>& operation) {
+SDAccess::SDError SampleNodeTest::Refused(const Operation& operation) {
   const Tree before = Database();
   const std::size_t undo = host_.undo.size();
   const qz::string folder = SDTestAccess::Folder(access_);

@@ -301,7 +301,8 @@ class SampleNodeTest : public SampleDataTest {
   SDDeleteInfoList& ToDelete() { return SDTestAccess::ToDelete(setup_); }
   SDDeleteInfoList& Unsaved() { return SDTestAccess::Unsaved(setup_); }
   // An operation that is refused: the answer, where nothing else changed.
-  SDAccess::SDError Refused(const std::function<SDAccess::SDError()>& operation);
+  using Operation = std::function<SDAccess::SDError()>;
+  SDAccess::SDError Refused(const Operation& operation);
 
   FakeNode& setupNode_;
   SDSetup& setup_;

@@ -91,12 +91,12 @@ TEST_F(SampleSet, ImportTakesTheFormatOfItsIndexOrTheDatabasesDefault) {
 TEST_F(SampleSet, ChangesNothingWithoutTheHostsConsent) {
   Import("a.wav", wav_, kAdpcm, "Low");
   const qz::string source = MakeWav("kick.wav", wav_);
+  const Operation import = [&] { return access_.ImportSample(source, kPcm16, "High"); };
+  const Operation change = [&] { return access_.ChangeSampleFormat("Low", kPcm16); };
+  const Operation removal = [&] { return access_.RemoveSample("Low"); };
   host_.refuseBegin = true;
-  EXPECT_EQ(SDAccess::ERROR_READONLY,
-            Refused([&] { return access_.ImportSample(source, kPcm16, "High"); }));
-  EXPECT_EQ(SDAccess::ERROR_READONLY,
-            Refused([&] { return access_.ChangeSampleFormat("Low", kPcm16); }));
-  EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.RemoveSample("Low"); }));
+  for (const Operation& operation : {import, change, removal})
+    EXPECT_EQ(SDAccess::ERROR_READONLY, Refused(operation));
   EXPECT_FALSE(access_.SetSelQualityClass("Low"));
   EXPECT_EQ(SDAccess::ERROR_READONLY, LastError());
   FakeNode& copy = host_.AddSample("copy");
@@ -104,15 +104,14 @@ TEST_F(SampleSet, ChangesNothingWithoutTheHostsConsent) {
   EXPECT_EQ(SDAccess::ERROR_READONLY, ErrorOf(copy));
   host_.refuseBegin = false;
   host_.refuseRequest = true;
-  EXPECT_EQ(SDAccess::ERROR_READONLY,
-            Refused([&] { return access_.ImportSample(source, kPcm16, "High"); }));
-  EXPECT_EQ(SDAccess::ERROR_READONLY,
-            Refused([&] { return access_.ChangeSampleFormat("unknown", kPcm16); }));
-  EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.CheckOut("S:\\wav"); }));
+  const Operation unknown = [&] { return access_.ChangeSampleFormat("unknown", kPcm16); };
+  const Operation checkOut = [&] { return access_.CheckOut("S:\\wav"); };
+  for (const Operation& operation : {import, unknown, checkOut})
+    EXPECT_EQ(SDAccess::ERROR_READONLY, Refused(operation));
   EXPECT_FALSE(Exists("S:\\wav\\kick (Low).wav"));
   host_.refuseRequest = false;
   const int closed = host_.closedWithoutRecord;
-  EXPECT_EQ(SDAccess::ERROR_OK, Refused([&] { return access_.CheckOut("S:\\wav"); }));
+  EXPECT_EQ(SDAccess::ERROR_OK, Refused(checkOut));
   EXPECT_EQ(closed, host_.closedWithoutRecord) << "no change of the node";
   host_.refuseBegin = true;
   EXPECT_EQ(SDAccess::ERROR_READONLY, Refused([&] { return access_.CheckIn(); }));
@@ -279,8 +278,7 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
   const auto change = [this](const char* qualClass, qz::uchar format) {
     return [=, this] { return access_.ChangeSampleFormat(qualClass, format); };
   };
-  using Change = std::function<Access::SDError()>;
-  const auto homeless = [this](const Change& operation, const char* folder = "S:\\none\\") {
+  const auto homeless = [this](const Operation& operation, const char* folder = "S:\\none\\") {
     return [=, this] {
       setup_.SetSampleFolder(folder);
       const Access::SDError error = operation();
@@ -288,10 +286,10 @@ TEST_F(SampleSet, TellsWhyItRefuses) {
       return error;
     };
   };
-  const Change removal = [this] { return access_.RemoveSample("Low"); };
+  const Operation removal = [this] { return access_.RemoveSample("Low"); };
   struct Row {
     Access::SDError expected;
-    Change operation;
+    Operation operation;
   };
   for (const Row& row : std::vector<Row>{
            {Access::ERROR_UNKNOWNCLASS, import("S:\\wav\\a.wav", kPcm16, "unknown")},

@@ -2,6 +2,8 @@
 #include <cstdlib>
 
 #include "adpcm/adpcm.h"
+#include "audio/MORT_codecs.h"
+#include "audio/audio.h"
 #include "tests/sd_fixture.h"
 
 namespace sdtest {
@@ -56,13 +58,14 @@ class Retrieval : public SampleNodeTest {
 // A byte of a raw file is repeated in the low half, one that was encoded is shifted.
 TEST_F(Retrieval, WidensBytesInTwoWays) {
   Wav wav;
+  wav.channels = 2;
   wav.bits = 8;
-  wav.samples = {127, -128, -1, 0};
+  wav.samples = {1, 127, 2, -128, 3, -1, 4, 0};
   Import("a.wav", wav, kPcm16, "High");
-  EXPECT_THAT(Raw(4), ElementsAre(0x7F7F, static_cast<short>(0x8080), -1, 0));
-  EXPECT_THAT(Decoded(4), ElementsAre(0x7F00, -32768, -256, 0));
+  EXPECT_THAT(Raw(4, 1), ElementsAre(0x7F7F, static_cast<short>(0x8080), -1, 0));
+  EXPECT_THAT(Decoded(4, 1), ElementsAre(0x7F00, -32768, -256, 0));
   EXPECT_EQ(SDAccess::ERROR_OK, access_.ChangeSampleFormat("High", kPcm8));
-  EXPECT_THAT(Decoded(4), ElementsAre(0x7F7F, static_cast<short>(0x8080), -1, 0));
+  EXPECT_THAT(Decoded(4, 1), ElementsAre(0x7F7F, static_cast<short>(0x8080), -1, 0));
 }
 
 TEST_F(Retrieval, GivesThePcmBlockItselfAndLeavesNoExtraDataBehind) {
@@ -220,6 +223,64 @@ TEST_F(Retrieval, DecodesZerosBehindTheEndOfAnEncodedFileThatShrank) {
       EXPECT_EQ(0, decoded[i]) << i;
     ASSERT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("High"));
   }
+}
+
+// --- Compressed sounds, which are handed out as what they decode to ---
+
+class MortImport : public Retrieval {
+ protected:
+  // Writes S:\wav\a.mort, and S:\wav\a.wav with what it decodes to, `length` samples long.
+  void MakeBoth(int format, std::uint32_t length) {
+    Wav source = SomeSound(length);
+    std::fill(source.samples.begin() + 64, source.samples.begin() + 400, 0);
+    WriteMort("S:\\wav\\a.mort", source, format);
+    _AUDIO packed{};
+    ASSERT_EQ(audio_ReadWave("S:\\wav\\a.mort", &packed, false), AUDIO_OK);
+    _AUDIO* decoded = mort_Decode(&packed);
+    ASSERT_NE(decoded, nullptr);
+    const auto* begin = static_cast<const short*>(decoded->Samples);
+    decodedLength_ = decoded->NumSamples;
+    source.samples.assign(begin, begin + decodedLength_);
+    source.samples.resize(length);
+    mort_Release(decoded);
+    audio_FreeWave(&packed);
+    MakeWav("a.wav", source);
+    raw_ = source.samples;
+  }
+
+  std::uint32_t decodedLength_ = 0;
+  std::vector<int> raw_;
+};
+
+TEST_F(MortImport, GivesInEveryFormatWhatItsDecodedSoundGives) {
+  for (const int codec : {AUDIO_FORMAT_MORT_GSM, AUDIO_FORMAT_MORT_GB}) {
+    SCOPED_TRACE(codec);
+    MakeBoth(codec, 1000);
+    // One codec gives more than the sound had, the other less: the head's length holds for both.
+    EXPECT_EQ(decodedLength_, codec == AUDIO_FORMAT_MORT_GSM ? 1120u : 960u);
+    ASSERT_EQ(access_.ImportSample("S:\\wav\\a.mort", kPcm16, "High"), Access::ERROR_OK);
+    EXPECT_EQ(Record("High").info.length, 1000u);
+    EXPECT_EQ(Record("High").info.orgKey, 62);
+    EXPECT_EQ(Raw(1000), raw_);
+    for (const Format format : {kPcm16, kAdpcm, kAdpcmPlus, kPcm8, kAdpcmVs}) {
+      SCOPED_TRACE(format);
+      ASSERT_EQ(access_.ChangeSampleFormat("High", format), Access::ERROR_OK);
+      ASSERT_EQ(access_.ImportSample("S:\\wav\\a.wav", format, "Low"), Access::ERROR_OK);
+      EXPECT_EQ(EncodedBytes("Low"), EncodedBytes("High"));
+      EXPECT_EQ(access_.RemoveSample("Low"), Access::ERROR_OK);
+    }
+    EXPECT_EQ(access_.RemoveSample("High"), Access::ERROR_OK);
+  }
+}
+
+TEST_F(MortImport, RefusesAStreamThatCannotBeDecoded) {
+  MakeBoth(AUDIO_FORMAT_MORT_GSM, 1000);
+  const auto import = [this] { return access_.ImportSample("S:\\wav\\a.mort", kAdpcm, "Low"); };
+  const std::string whole = ReadBytes(Native("S:\\wav\\a.mort"));
+  WriteBytes(Native("S:\\wav\\a.mort"), whole.substr(0, whole.size() - 40));
+  EXPECT_EQ(Refused(import), Access::ERROR_COULDNOTREAD);
+  WriteBytes(Native("S:\\wav\\a.mort"), whole);
+  EXPECT_EQ(import(), Access::ERROR_OK);
 }
 
 }  // namespace
