@@ -216,13 +216,12 @@ TEST_F(SampleSet, TakesEveryNameAsRelativeToTheDatabasesFolder) {
 // --- Removal ---
 
 TEST_F(SampleSet, RemovalGivesOneReferenceBackButNotBelowNone) {
-  Import("a.wav", wav_, kPcm16, "Low");
-  setup_.AddRef("Low");
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
-  EXPECT_EQ(0, SDTestAccess::Classes(setup_).Find("Low")->GetRefCount());
-  Import("a.wav", wav_, kPcm16, "Low");
-  EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
-  EXPECT_EQ(0, SDTestAccess::Classes(setup_).Find("Low")->GetRefCount());
+  for (const bool isReferenced : {true, false}) {
+    Import("a.wav", wav_, kPcm16, "Low");
+    if (isReferenced) setup_.AddRef("Low");
+    EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
+    EXPECT_EQ(0, SDTestAccess::Classes(setup_).Find("Low")->GetRefCount());
+  }
 }
 
 // --- Selection and the node itself ---

@@ -11,8 +11,6 @@ class SetupNode : public SampleDataTest {
  protected:
   SetupNode() : node_(host_.AddSetup()), setup_(node_.Setup()) {}
 
-  std::string Folder() const { return setup_.GetSampleFolder().c_str(); }
-
   FakeNode& node_;
   SDSetup& setup_;
 };
@@ -129,7 +127,7 @@ TEST_F(SetupNode, StoresTheFolderRelativeToTheDatabaseWhereItCan) {
   for (const std::vector<std::string>& row : cases) {
     host_.filename = row[0].c_str();
     EXPECT_EQ(0, setup_.SetSampleFolder(row[1].c_str()));
-    EXPECT_EQ(row[2], Folder());
+    EXPECT_EQ(row[2], setup_.GetSampleFolder().c_str());
   }
   EXPECT_EQ("Quality Class does not exist", FakeHost::ErrorText(node_));
 }
