@@ -64,6 +64,7 @@ TEST_F(CheckOutTest, EncodesEditsAnewAndInTheSampleFormat) {
   SDTestAccess::Samples(access_).front().compType = SDAccess::COMPTYPE_RAW;
   EXPECT_EQ(SDAccess::ERROR_OK, access_.CheckIn());
   EXPECT_EQ(77u, Record("Low").encodedInfo.length);
+  EXPECT_EQ(2, Record("Low").numChannels);
   EXPECT_EQ(0u, Record("Low").info.loop + Record("Low").info.loopLength);
   EXPECT_EQ(64u + 4 * 77u, EncodedBytes("Low").size());
   EXPECT_EQ(3, host_.closedWithoutRecord) << "no undo record, refused or not";

@@ -103,7 +103,7 @@ TEST_F(EncodedFile, HoldsEachChannelAsAStreamOfItsOwn) {
   wav.loop = true;
   wav.loopStart = 30;
   wav.loopEnd = 99;
-  for (const std::size_t channel : {0, 1}) {
+  for (const std::size_t channel : {0u, 1u}) {
     std::vector<short> samples;
     for (std::size_t i = 0; i < 100; ++i)
       samples.push_back(static_cast<short>(wav.samples[2 * i + channel]));
@@ -160,6 +160,7 @@ TEST_F(EncodedFile, IsReadThroughItsTable) {
   PutNumber(moved, kHead, 4, first + (file.size() - second) + 3);
   PutNumber(moved, kHead + 4, 4, first);
   SetEncodedBytes("High", moved);
+  EXPECT_EQ("", Got(2));
   for (const qz::uchar channel : {qz::uchar{0}, qz::uchar{1}}) {
     EXPECT_EQ(Data(file, channel), Got(channel));
     const auto extra = GotExtra(channel);

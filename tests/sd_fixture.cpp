@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <utility>
 
 #include "audio/audio.h"
 #include "platform/native.h"
@@ -368,8 +367,7 @@ SDAccess::SDError SampleNodeTest::Refused(const Operation& operation) {
   const std::size_t undo = host_.undo.size();
   const qz::string folder = SDTestAccess::Folder(access_);
   const std::list<qz::string> classes = access_.GetQualityClasses();
-  const std::size_t unsaved = Unsaved().size();
-  const std::size_t toDelete = ToDelete().size();
+  const Sizes listed = Listed();
   const SDAccess::SDError error = operation();
   EXPECT_EQ(error, LastError());
   EXPECT_EQ("", Difference(before, Database()));
@@ -377,8 +375,7 @@ SDAccess::SDError SampleNodeTest::Refused(const Operation& operation) {
   EXPECT_EQ(0, host_.openModifications);
   EXPECT_EQ(folder, SDTestAccess::Folder(access_));
   EXPECT_EQ(classes, access_.GetQualityClasses());
-  EXPECT_EQ(unsaved, Unsaved().size());
-  EXPECT_EQ(toDelete, ToDelete().size());
+  EXPECT_EQ(listed, Listed());
   return error;
 }
 

@@ -13,6 +13,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/faults.h"
@@ -300,6 +301,8 @@ class SampleNodeTest : public SampleDataTest {
   SDDeleteInfo Files(const char* qualClass) { return {&access_, &Record(qualClass)}; }
   SDDeleteInfoList& ToDelete() { return SDTestAccess::ToDelete(setup_); }
   SDDeleteInfoList& Unsaved() { return SDTestAccess::Unsaved(setup_); }
+  using Sizes = std::pair<std::size_t, std::size_t>;
+  Sizes Listed() { return {ToDelete().size(), Unsaved().size()}; }
   // An operation that is refused: the answer, where nothing else changed.
   using Operation = std::function<SDAccess::SDError()>;
   SDAccess::SDError Refused(const Operation& operation);

@@ -194,7 +194,7 @@ TEST_F(Retrieval, ReadsNothingBehindTheEndOfARawFileThatShrank) {
   for (const std::uint16_t bits : {std::uint16_t{8}, std::uint16_t{16}}) {
     Import("a.wav", SomeSound(40, 2, bits), kPcm8, "High");
     const std::string whole = ReadBytes(Native(RawPath("High")));
-    for (const std::size_t kept : {44, 45, 63}) {
+    for (const std::size_t kept : {44u, 45u, 63u}) {
       WriteBytes(Native(RawPath("High")), whole.substr(0, kept));
       for (const qz::uchar format : {kPcm16, kAdpcmPlus, kPcm8}) {
         // The head's promise holds; what the file does not have is zero.

@@ -1,7 +1,5 @@
 // The stored forms of both kinds of nodes, databases that moved, and the ways in which stored nodes
 // break.
-#include <utility>
-
 #include "tests/format_page.h"
 #include "tests/sd_fixture.h"
 
@@ -27,7 +25,6 @@ class StoredTest : public Base {
   static Error ErrorOf(FakeNode& node) {
     return static_cast<Error>(SDTestAccess::LastError(static_cast<Object&>(ObjectOf(node))));
   }
-  Error LastError() { return ErrorOf(Node()); }
   std::string FileBytes(const char* name) const { return ReadBytes(this->folder_ + "/s/" + name); }
 
   // The node as a node file.
@@ -79,7 +76,7 @@ class StoredTest : public Base {
           << length;
     }
     EXPECT_FALSE(this->host_.LoadNodeFile(Node(), "S:\\no such file"));
-    EXPECT_EQ(Object::ERROR_COULDNOTREAD, LastError());
+    EXPECT_EQ(Object::ERROR_COULDNOTREAD, ErrorOf(Node()));
   }
 
   // Sizes are not believed, nor missed.
@@ -214,7 +211,7 @@ TEST_F(StoredSample, LoadedIsUndoneInTheListAloneAndTouchesNoFile) {
   const std::string stored = Stored();
   EXPECT_EQ(SDAccess::ERROR_OK, access_.RemoveSample("Low"));
   const Tree before = Database();
-  const std::pair listed(Unsaved().size(), ToDelete().size());
+  const Sizes listed = Listed();
   EXPECT_EQ(SDAccess::ERROR_OK, LoadFile(stored));
   const qz::string folder = SDTestAccess::Folder(access_);
   EXPECT_TRUE(host_.UndoLast());
@@ -225,7 +222,7 @@ TEST_F(StoredSample, LoadedIsUndoneInTheListAloneAndTouchesNoFile) {
   EXPECT_THAT(access_.GetQualityClasses(), ElementsAre("High"));
   EXPECT_EQ(folder, SDTestAccess::Folder(access_)) << "only the list";
   EXPECT_EQ("", Difference(before, Database()));
-  EXPECT_EQ(listed, std::pair(Unsaved().size(), ToDelete().size()));
+  EXPECT_EQ(listed, Listed());
 }
 
 TEST_F(StoredSample, FollowsItsFilesFromADatabaseElsewhere) {
