@@ -58,6 +58,11 @@ struct SDTestAccess {
     return node.ReadSampleInformation(qualClass);
   }
 
+  static SDAccess::SDError ReadEncodedSampleInfo(const SDAccess& node, const SDSample& sample,
+                                                 SDInfoIntern* info, SDCompType& compType) {
+    return node.ReadEncodedSampleInfo(sample, info, compType);
+  }
+
   static SDDeleteInfoList& ToDelete(SDSetup& setup) { return setup.deleteFilesList; }
   static SDDeleteInfoList& Unsaved(SDSetup& setup) { return setup.unsavedFilesList; }
   static SDVersionID SavedVersion(const SDSetup& setup) { return setup.savedVersionID; }
