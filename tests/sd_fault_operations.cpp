@@ -283,9 +283,13 @@ void CheckOutEditAndCheckIn(World& w) {
   EXPECT_EQ(SDAccess::ERROR_OK, w.access_.CheckIn());
 }
 
+// From the folder of the check-out where `from` is empty.
 Operation CheckIn(const char* name, const qz::string& from, std::function<void(World&)> prepare) {
   return {.name = name,
-          .body = [from](World& w) { return Answer(w, w.access_.CheckIn(from)); },
+          .body =
+              [from](World& w) {
+                return Answer(w, from.empty() ? w.access_.CheckIn() : w.access_.CheckIn(from));
+              },
           .prepare = std::move(prepare),
           .codes = kFileCodes,
           .encodes = true,
@@ -454,7 +458,7 @@ std::vector<Operation> NodeOperations() {
        .codes = kCheckOutCodes,
        .leaves = {"disk out/", "out "},
        .deletes = {"disk out/"}},
-      CheckIn("check-in", kOut, CheckOutAndEdit),
+      CheckIn("check-in", "", CheckOutAndEdit),
       CheckIn("check-in from another folder", "S:\\out\\else",
               [](World& w) {
                 CheckOutAndEdit(w);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "adpcm/adpcm.h"
+#include "audio/MORT_codecs.h"
 #include "audio/audio.h"
 #include "tests/sd_fault_world.h"
 
@@ -43,6 +44,16 @@ int Encode(World& w) {
   return 0;
 }
 
+bool Decode(World& w) {
+  qz::uchar frames[80] = {1, 2, 3, 4, 5, 6, 7, 8};
+  short table[16] = {2048, 1024};
+  short* const decoded = adpcmDecodeSample(frames, 140, table, nullptr);
+  if (decoded == nullptr) return false;
+  Give(w, decoded, 280);
+  std::free(decoded);
+  return true;
+}
+
 // The kernels design tables of up to 8 rows.
 template <int kRows>
 bool Design(World& w) {
@@ -71,6 +82,21 @@ Operation Read(const char* name) {
           .codes = {AUDIO_NOTFOUND, AUDIO_NOMEMORY, AUDIO_UNKNOWNTYPE, AUDIO_BADCONTENT,
                     AUDIO_BADMORTVERSION, AUDIO_DATAENDED},
           .untold = kRetried};
+}
+
+Operation Unpack(const char* name) {
+  return Silent(std::string("unpacking of ") + name, [path = std::string("W:\\") + name](World& w) {
+    _AUDIO audio{};
+    {
+      const SparedAllocations own;
+      EXPECT_EQ(AUDIO_OK, audio_ReadWave(path.c_str(), &audio, false));
+    }
+    _AUDIO* const plain = mort_Decode(&audio);
+    if (plain != nullptr) Give(w, plain->Samples, plain->LengthInBytes);
+    mort_Release(plain);
+    audio_FreeWave(&audio);
+    return plain != nullptr;
+  });
 }
 
 // A writer that has failed leaves a part of its file.
@@ -158,6 +184,7 @@ int Execute(World&) {
 
 std::vector<Operation> SoundOperations() {
   return {{"encode of a stream", Encode, {}, {kNoCode}},
+          Silent("decode of a stream", Decode),
           Silent("table design", Design<8>),
           Silent("table design of 16 rows", Design<16>),
           Read("16.wav"),
@@ -165,6 +192,8 @@ std::vector<Operation> SoundOperations() {
           Read("16.aif"),
           Read("8.aif"),
           Read("gsm.mort"),
+          Unpack("gsm.mort"),
+          Unpack("gb.mort"),
           Write("a.wav", "16.aif", AUDIO_FORMAT_WAV),
           Write("8.wav", "8.aif", AUDIO_FORMAT_WAV),
           Write("unpacked.wav", "gb.mort", AUDIO_FORMAT_WAV),
