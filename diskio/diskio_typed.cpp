@@ -293,12 +293,13 @@ bool DIOTypedStream::WriteFormatted(const qz::string& format, bool withTerminato
   std::va_list again;
   va_copy(again, arguments);
   const int formatted = std::vsnprintf(shortText, sizeof(shortText), narrowFormat, arguments);
-  const std::size_t needed = static_cast<std::size_t>(formatted) + 1;
-  bool fits = formatted >= 0 && needed <= format.size() + kFormatMargin;
-  if (fits && needed > sizeof(shortText)) {
-    longText = Allocate(needed);
+  const auto textLength = static_cast<std::size_t>(formatted);
+  bool fits = formatted >= 0 && textLength < format.size() + kFormatMargin;
+  if (fits && textLength >= sizeof(shortText)) {
+    longText = Allocate(textLength + 1);
     text = longText.get();
-    fits = text != nullptr && std::vsnprintf(longText.get(), needed, narrowFormat, again) >= 0;
+    fits =
+        text != nullptr && std::vsnprintf(longText.get(), textLength + 1, narrowFormat, again) >= 0;
   }
   va_end(again);
   if (!fits) return false;
