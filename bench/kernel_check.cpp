@@ -84,7 +84,7 @@ class Generator {
     return static_cast<std::uint32_t>(random_() % static_cast<std::uint64_t>(limit));
   }
   int Within(int magnitude) {
-    return static_cast<int>(Below(static_cast<std::size_t>(2 * magnitude + 1))) - magnitude;
+    return static_cast<int>(Below(2 * static_cast<std::size_t>(magnitude) + 1)) - magnitude;
   }
   static short Clip(int value) { return static_cast<short>(std::clamp(value, -32768, 32767)); }
   short AnySample() { return static_cast<short>(random_()); }
@@ -270,7 +270,7 @@ Output CollectRows(const Level& level, const Input& input) {
   const std::size_t groups = input.frames / adpcm::kDesignGroup;
   Guarded<TrainingRow> rows(groups * adpcm::kDesignGroup);
   TrainingRow sum = {0.0, 0.0};
-  const TrainingRow* end = rows.data();
+  const TrainingRow* end = nullptr;
   if (const adpcm::DesignKernels* kernels = level.kernels->design) {
     end = kernels->collect(&input.samples[kOrder], groups, rows.data(), &sum);
   } else {
@@ -436,7 +436,7 @@ int PrintHashes(const std::string& name) {
 }
 
 // Benchmarks: one run of the kernel over a whole signal.
-constexpr std::size_t kChunk = 1024 * kSamplesPerFrame;
+constexpr std::size_t kChunk = std::size_t{1024} * kSamplesPerFrame;
 
 struct Signal {
   const char* name;
